@@ -1,0 +1,55 @@
+// The machine-wide preferences file.
+//
+// It is machine wide because the desktop runs thumbnailers in a sandbox that cannot read a user's own files. It is
+// text, and written by this tool and by the renderer's settings window:
+//
+//     # Nebulark rendering preferences, machine wide.
+//     # Written by nebulark-ctl --set or the settings window.
+//     [General]
+//     autostretch=true
+//     brightness=standard
+//     cfa=auto
+//     labelformat=false
+//     labelcorner=bottomright
+//
+// Reading is lenient. Lines end in a line feed, the last one with or without; blanks at either end of a line do not
+// count (which takes care of carriage returns), and empty lines do not either. A line that begins with "#" or ";" is a
+// comment, one that begins with "[" a section header; sections mean nothing. Every other line is an assignment as on
+// the command line, and one that would be rejected there changes nothing here. The last good line for a name wins.
+// Lines may hold any byte and be of any length.
+//
+// Nothing here prints. All paths are fixed: no environment variable moves them.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "prefs/preferences.h"
+
+namespace nebulark {
+
+// The file's absolute path.
+[[nodiscard]] std::string preferences_path();
+
+// The preferences that a file of this text sets, over the defaults.
+[[nodiscard]] Preferences preferences_from_text(std::string_view text);
+
+// The eight lines shown above, with these preferences. A value outside its enumeration is written as the default.
+[[nodiscard]] std::string preferences_text(const Preferences& preferences);
+
+// What the file sets, over the defaults. A file that is absent or cannot be read sets nothing; one that fails part way
+// sets what its whole lines before that point set.
+[[nodiscard]] Preferences load_preferences();
+
+// Replaces the file by a new one, mode 0644, in one step: a reader sees the old text or the new one. Makes the file's
+// directory (not its parents) if it is missing. Returns false when that failed, and the file is then as it was; the
+// temporary file beside it, PATH.tmp, may stay behind, and the next save uses it again. Two saves at the same moment
+// share that temporary file and are not guarded against each other. Nothing is forced to disk.
+[[nodiscard]] bool save_preferences(const Preferences& preferences);
+
+// Whether this process, by its real user and group, may write the file; or, where there is no file, its directory.
+// Where there is no directory either the answer is false, for root too, although a save would make it.
+[[nodiscard]] bool preferences_writable();
+
+} // namespace nebulark
