@@ -1,0 +1,129 @@
+"""The built tool on machines of the tests' own.
+
+Every test here takes the fixture `machine`: a directory that stands in for /usr/share, what differs in /usr/bin, and
+/home (see `sandbox`). A run happens in a mount namespace of its own, in which the tool is /usr/bin/nebulark-ctl and
+works on its real, fixed paths; tests prepare and examine the same files from outside.
+
+    def test_shows_defaults(machine):
+        assert machine.run("--prefs") == (0, b"autostretch = on\\n...", b"")
+
+The tool is the file named by NEBULARK_CTL, or else build/release/nebulark-ctl. Where no namespaces can be made the tests
+are skipped with the reason; with CI set they fail instead.
+"""
+
+import os
+import shutil
+import subprocess
+from collections.abc import Mapping, Sequence
+from pathlib import Path
+from typing import NamedTuple
+
+import pytest
+
+HERE = Path(__file__).parent
+BUILT = Path(os.environ.get("NEBULARK_CTL", HERE.parents[1] / "build/release/nebulark-ctl"))
+TOOL = "/usr/bin/nebulark-ctl"
+
+ANN = 1000  # an ordinary user: her user id and her only group
+BECOME = {
+    "root": [],
+    "ann": ["setpriv", f"--reuid={ANN}", f"--regid={ANN}", "--clear-groups", "--"],
+}
+
+
+class Outcome(NamedTuple):
+    status: int  # negative: the signal that ended the run
+    out: bytes
+    err: bytes
+
+
+class Machine:
+    """A machine with the tool installed, the preferences directory empty, no pkexec, and an ordinary user, ann.
+
+    share   is /usr/share
+    prefs   is /usr/share/nebulark/preferences.conf, and prefs_tmp the temporary file beside it
+    bin     is what /usr/bin has besides the real one's programs
+    home    is /home, and ann, in it, belongs to the ordinary user
+    """
+
+    def __init__(self, root: Path, tool: Path):
+        self.root = root
+        self.share, self.bin, self.home = root / "share", root / "bin", root / "home"
+        self.ann = self.home / "ann"
+        self.prefs = self.share / "nebulark/preferences.conf"
+        self.prefs_tmp = self.share / "nebulark/preferences.conf.tmp"
+        for directory in (self.prefs.parent, self.bin, self.ann):
+            directory.mkdir(parents=True)
+        os.chown(self.ann, ANN, ANN)
+        os.link(tool, self.bin / "nebulark-ctl")
+
+    def pkexec(self, text: str, mode: int = 0o755):
+        """Installs a pkexec: a program text that begins with #!, or whatever the file is to hold."""
+        (self.bin / "pkexec").write_text(text)
+        (self.bin / "pkexec").chmod(mode)
+
+    def run(
+        self,
+        *words: str | bytes,
+        user: str = "root",
+        env: Mapping[str | bytes, str | bytes] = {},
+        stdin: bytes = b"",
+        script: str = 'exec "$@"',
+        tool: Sequence[str | bytes] = (TOOL,),
+    ) -> Outcome:
+        """Runs the tool with these words, as "root" or as "ann", and gives its status and what it wrote.
+
+        env     is the tool's whole environment
+        script  is run by sh, as root and inside the namespace, and is to run "$@", which is the tool. Here stands what
+                is special about a run, for example
+                    umask 077; exec "$@"
+                    exec "$@" 2>&1                                          both streams in one pipe, err stays empty
+                    exec "$@" >&-                                           standard output closed
+                    mount -o remount,bind,ro /usr/share; exec "$@"          the share directory mounted read-only
+                    exec strace -f -o /home/trace "$@"
+                    "$@"; status=$?; cp -a /tmp/. /home; exit $status       looked at while the namespace still stands
+        tool    is what starts the tool inside, where that is not its plain path
+
+        The status of sandbox, should it fail, is 125, and of the tool, should it not start, 126 or 127; the tool itself
+        has none of these.
+        """
+        variables = [b"=".join(map(os.fsencode, pair)) for pair in env.items()]
+        command = [*BECOME[user], "env", "-i", *variables, *tool, *words]
+        done = sandbox(self.root, "sh", "-c", script, "sh", *command, input=stdin)
+        return Outcome(done.returncode, done.stdout, done.stderr)
+
+
+def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedProcess:
+    """Runs a command in a sandbox with these three directories; the time limit only keeps a hang from lasting."""
+    return subprocess.run(
+        [HERE / "sandbox", root, *command],
+        env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"},
+        cwd="/",
+        capture_output=True,
+        timeout=60,
+        **how,
+    )
+
+
+@pytest.fixture(scope="session")
+def installed_tool(tmp_path_factory) -> Path:
+    """A copy of the tool on the machines' own file system, where they can link to it."""
+    tool = tmp_path_factory.mktemp("tool") / "nebulark-ctl"
+    return Path(shutil.copy2(BUILT, tool))
+
+
+@pytest.fixture(scope="session")
+def namespaces(tmp_path_factory):
+    """Skips, or under CI fails, every test where no mount namespace can be had."""
+    root = tmp_path_factory.mktemp("empty")
+    for name in ("share", "bin", "home"):
+        (root / name).mkdir()
+    probe = sandbox(root, "true")
+    if probe.returncode != 0:
+        reason = "no mount namespaces here: " + os.fsdecode(probe.stderr).strip()
+        (pytest.fail if "CI" in os.environ else pytest.skip)(reason)
+
+
+@pytest.fixture
+def machine(namespaces, installed_tool, tmp_path) -> Machine:
+    return Machine(tmp_path, installed_tool)

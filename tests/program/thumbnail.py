@@ -1,0 +1,82 @@
+#!/usr/bin/python3
+"""Has the desktop's own programs put thumbnails into the cache that the environment names.
+
+    thumbnail.py tumbler SIZE PICTURE...     asks Tumbler, over the session bus, to draw them
+    thumbnail.py gnome SIZE PICTURE DRAWN    has GNOME's library keep DRAWN as PICTURE's thumbnail
+    thumbnail.py gnome-failed FILE...        has it note that FILE could not be drawn
+
+SIZE is the name of a size directory. Start it under dbus-run-session, so that the bus, and with it Tumbler, is its own.
+Nothing is printed; a picture that Tumbler cannot draw ends it with the reason.
+"""
+
+import sys
+
+import gi
+
+gi.require_version("Gio", "2.0")
+from gi.repository import Gio, GLib  # noqa: E402
+
+TUMBLER = "org.freedesktop.thumbnails.Thumbnailer1"
+TUMBLER_PATH = "/org/freedesktop/thumbnails/Thumbnailer1"
+PATIENCE = 60  # seconds; drawing takes a fraction of one, so this is only there to end a hung run
+
+
+def mime_type(picture):
+    """What a file manager would say, from the name and the first bytes."""
+    key = Gio.FILE_ATTRIBUTE_STANDARD_CONTENT_TYPE
+    return Gio.File.new_for_path(picture).query_info(key, Gio.FileQueryInfoFlags.NONE, None).get_content_type()
+
+
+def uri(path):
+    return Gio.File.new_for_path(path).get_uri()
+
+
+def tumbler(size, *pictures):
+    bus = Gio.bus_get_sync(Gio.BusType.SESSION)
+    loop = GLib.MainLoop()
+    failures = []
+
+    def on_signal(_bus, _sender, _path, _interface, signal, arguments):
+        if signal == "Error":
+            failures.append(str(arguments))
+        elif signal == "Finished":
+            loop.quit()
+
+    def out_of_patience():
+        failures.append("no Finished signal")
+        loop.quit()
+
+    bus.signal_subscribe(None, TUMBLER, None, TUMBLER_PATH, None, Gio.DBusSignalFlags.NONE, on_signal)
+    GLib.timeout_add_seconds(PATIENCE, out_of_patience)
+    request = ([uri(p) for p in pictures], [mime_type(p) for p in pictures], size, "foreground", 0)
+    bus.call_sync(TUMBLER, TUMBLER_PATH, TUMBLER, "Queue", GLib.Variant("(asasssu)", request),
+                  None, Gio.DBusCallFlags.NONE, -1, None)
+    loop.run()
+    if failures:
+        sys.exit("\n".join(failures))
+
+
+def gnome_factory(size):
+    gi.require_version("GnomeDesktop", "4.0")
+    from gi.repository import GnomeDesktop
+    sizes = {"normal": GnomeDesktop.DesktopThumbnailSize.NORMAL, "large": GnomeDesktop.DesktopThumbnailSize.LARGE}
+    return GnomeDesktop.DesktopThumbnailFactory.new(sizes[size])
+
+
+def modified(path):
+    return Gio.File.new_for_path(path).query_info("time::modified", 0, None).get_attribute_uint64("time::modified")
+
+
+def gnome(size, picture, drawn):
+    gi.require_version("GdkPixbuf", "2.0")
+    from gi.repository import GdkPixbuf
+    gnome_factory(size).save_thumbnail(GdkPixbuf.Pixbuf.new_from_file(drawn), uri(picture), modified(picture))
+
+
+def gnome_failed(*files):
+    for file in files:
+        gnome_factory("normal").create_failed_thumbnail(uri(file), modified(file))
+
+
+if __name__ == "__main__":
+    {"tumbler": tumbler, "gnome": gnome, "gnome-failed": gnome_failed}[sys.argv[1]](*sys.argv[2:])
