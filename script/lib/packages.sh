@@ -5,7 +5,7 @@
 packages_of() {
   local groups=" $* " group names
   while read -r group names; do
-    case $groups in *" $group "*) printf '%s\n' $names ;; esac # unquoted: one line for each name
+    case $groups in *" $group "*) printf '%s ' "$names" ;; esac
   done < <(grep -v '^#' script/packages)
 }
 

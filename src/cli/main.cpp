@@ -35,7 +35,7 @@ int help(Words) {
 }
 
 int print_version(Words) {
-  std::printf("nebulark-ctl %s\n", version);
+  (void)std::printf("nebulark-ctl %s\n", version);
   return 0;
 }
 
@@ -69,7 +69,7 @@ int run(Words words) {
   for (const Command& command : commands) {
     if (command.word == words.front()) return command.run(words);
   }
-  std::fprintf(stderr, "nebulark-ctl: unknown command %s\n", words.front());
+  (void)std::fprintf(stderr, "nebulark-ctl: unknown command %s\n", words.front());
   print_usage();
   return usage_error;
 }

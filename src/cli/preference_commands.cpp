@@ -12,15 +12,15 @@ namespace nebulark {
 
 namespace {
 
-void list(const Preferences& preferences) { std::printf("%s", print_preferences(preferences).c_str()); }
+void list(const Preferences& preferences) { (void)std::printf("%s", print_preferences(preferences).c_str()); }
 
 int write_directly(const Preferences& preferences) {
   if (!save_preferences(preferences)) {
-    std::fprintf(stderr, "nebulark-ctl: could not write %s\n", preferences_path().c_str());
+    (void)std::fprintf(stderr, "nebulark-ctl: could not write %s\n", preferences_path().c_str());
     return 1;
   }
   list(preferences);
-  std::printf("\nAlready-cached thumbnails keep their old rendering. Use\n--clear-thumb-cache to redraw them.\n");
+  (void)std::printf("\nAlready-cached thumbnails keep their old rendering. Use\n--clear-thumb-cache to redraw them.\n");
   return 0;
 }
 
@@ -28,13 +28,13 @@ int write_directly(const Preferences& preferences) {
 // repeats that on purpose: it is read back from the file, and shows the user who asked what now holds.
 int write_with_elevation(std::span<char* const> words) {
   // Said before it is known whether elevation can happen, so that a password prompt never comes unannounced.
-  std::printf(
+  (void)std::printf(
       "Preferences are machine wide, so this needs administrator\nrights. You may be asked for your password.\n\n");
   (void)std::fflush(stdout);
 
   if (reexec_with_pkexec(words) != 0) {
-    std::fprintf(stderr, "nebulark-ctl: cannot write %s\n  Try:  sudo nebulark-ctl --set ...\n",
-                 preferences_path().c_str());
+    (void)std::fprintf(stderr, "nebulark-ctl: cannot write %s\n  Try:  sudo nebulark-ctl --set ...\n",
+                       preferences_path().c_str());
     return 1;
   }
   list(load_preferences());
@@ -45,15 +45,15 @@ int write_with_elevation(std::span<char* const> words) {
 
 int show_preferences() {
   list(load_preferences());
-  std::printf("\nstored in %s%s\n", preferences_path().c_str(),
-              preferences_writable() ? "" : " (needs sudo to change)");
+  (void)std::printf("\nstored in %s%s\n", preferences_path().c_str(),
+                    preferences_writable() ? "" : " (needs sudo to change)");
   return 0;
 }
 
 int set_preferences(std::span<char* const> words) {
   const std::span<char* const> assignments = words.subspan(1);
   if (assignments.empty()) {
-    std::fprintf(stderr, "nebulark-ctl: --set needs at least one NAME=VALUE\n");
+    (void)std::fprintf(stderr, "nebulark-ctl: --set needs at least one NAME=VALUE\n");
     return 2;
   }
 
@@ -61,7 +61,7 @@ int set_preferences(std::span<char* const> words) {
   for (const char* const assignment : assignments) {
     std::string error;
     if (!apply_assignment(assignment, preferences, error)) {
-      std::fprintf(stderr, "nebulark-ctl: %s\n", error.c_str());
+      (void)std::fprintf(stderr, "nebulark-ctl: %s\n", error.c_str());
       return 2;
     }
   }

@@ -35,17 +35,18 @@ void clear_entry(std::string& path, bool all, ClearCounts& counts) {
 void report(bool all, const ClearCounts& counts) {
   const char* const plural = counts.removed == 1 ? "" : "s";
   if (all) {
-    std::printf("Removed %d cached thumbnail%s, for every application.\n", counts.removed, plural);
+    (void)std::printf("Removed %d cached thumbnail%s, for every application.\n", counts.removed, plural);
   } else {
-    std::printf("Removed %d Nebulark thumbnail%s. Left %d belonging to other applications.\n", counts.removed, plural,
-                counts.left);
+    (void)std::printf("Removed %d Nebulark thumbnail%s. Left %d belonging to other applications.\n", counts.removed,
+                      plural, counts.left);
   }
 
   // Speaks of Nebulark's thumbnails with `all` too: they are what the user came for.
   if (counts.removed == 0) {
-    std::printf("Nothing to remove: there were no cached Nebulark thumbnails in %s.\n", thumbnail_cache_dir().c_str());
+    (void)std::printf("Nothing to remove: there were no cached Nebulark thumbnails in %s.\n",
+                      thumbnail_cache_dir().c_str());
   } else {
-    std::printf("Close and reopen your file manager to see them redrawn.\n");
+    (void)std::printf("Close and reopen your file manager to see them redrawn.\n");
   }
 }
 
@@ -68,7 +69,7 @@ void clear_thumbnail_tree(std::string& directory, bool all, ClearCounts& counts)
 
 int clear_thumbnail_cache(bool all) {
   if (user_cache_dir().empty()) {
-    std::fprintf(stderr, "nebulark-ctl: cannot locate the thumbnail cache\n");
+    (void)std::fprintf(stderr, "nebulark-ctl: cannot locate the thumbnail cache\n");
     return 1;
   }
 

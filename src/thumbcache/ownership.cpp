@@ -64,7 +64,8 @@ bool read_chunk(std::FILE* file, ThumbnailTags& tags) {
   if (!read_header(file, header)) return false;
   if (header.length > longest_chunk) return false;
   if (header.is("IDAT")) return false;
-  const bool passed = header.is("tEXt") ? read_tag(file, header.length, tags) : skip(file, static_cast<long>(header.length));
+  const bool passed =
+      header.is("tEXt") ? read_tag(file, header.length, tags) : skip(file, static_cast<long>(header.length));
   return passed && skip(file, crc_size);
 }
 
