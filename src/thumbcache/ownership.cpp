@@ -89,8 +89,8 @@ bool is_nebulark_mime_type(std::string_view mimetype) {
 ThumbnailTags read_thumbnail_tags(std::FILE* file) {
   ThumbnailTags tags;
   if (!read_signature(file)) return tags;
-  while (read_chunk(file, tags))
-    continue;
+  while (read_chunk(file, tags)) {
+  }
   return tags;
 }
 

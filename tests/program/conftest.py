@@ -7,8 +7,8 @@ works on its real, fixed paths; tests prepare and examine the same files from ou
     def test_shows_defaults(machine):
         assert machine.run("--prefs") == (0, b"autostretch = on\\n...", b"")
 
-The tool is the file named by NEBULARK_CTL, or else build/release/nebulark-ctl. Where no namespaces can be made the tests
-are skipped with the reason; with CI set they fail instead.
+The tool is the file named by NEBULARK_CTL, or else build/release/nebulark-ctl. Where no namespaces can be made the
+tests are skipped with the reason; with CI set they fail instead.
 """
 
 import os
@@ -94,12 +94,14 @@ class Machine:
 
 
 def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedProcess:
-    """Runs a command in a sandbox with these three directories; the time limit only keeps a hang from lasting."""
+    """Runs a command in a sandbox with these three directories, and in a session of its own, so that a signal to its
+    process group does not reach the tests. The time limit only keeps a hang from lasting."""
     return subprocess.run(
         [HERE / "sandbox", root, *command],
         env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"},
         cwd="/",
         capture_output=True,
+        start_new_session=True,
         timeout=60,
         **how,
     )
@@ -127,3 +129,10 @@ def namespaces(tmp_path_factory):
 @pytest.fixture
 def machine(namespaces, installed_tool, tmp_path) -> Machine:
     return Machine(tmp_path, installed_tool)
+
+
+@pytest.fixture
+def cache(machine):
+    from cache import Cache  # which needs this module first
+
+    return Cache(machine)
