@@ -30,6 +30,9 @@ BECOME = {
     "ann": ["setpriv", f"--reuid={ANN}", f"--regid={ANN}", "--clear-groups", "--"],
 }
 
+# The environment of a run under strace, where a sanitized tool cannot look for leaks.
+TRACED = {"ASAN_OPTIONS": "detect_leaks=0"}
+
 
 class Outcome(NamedTuple):
     status: int  # negative: the signal that ended the run

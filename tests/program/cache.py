@@ -1,0 +1,84 @@
+"""A thumbnail cache on a machine of the tests' own, and what clearing it prints."""
+
+import os
+import stat
+from pathlib import Path
+
+import png
+from conftest import ANN, Machine, Outcome
+
+FITS = png.thumbnail("file:///home/ann/Pictures/m31.fits")
+PHOTO = png.thumbnail("file:///home/ann/Pictures/harbour.jpg")
+
+CACHE = "/home/ann/.cache/thumbnails"  # as the tool sees it
+
+
+def report(removed: int, left: int = 0, place: str = CACHE) -> Outcome:
+    counts = f"Removed {removed} Nebulark thumbnail{'s' * (removed != 1)}. "
+    counts += f"Left {left} belonging to other applications.\n"
+    return Outcome(0, counts.encode() + advice(removed, place), b"")
+
+
+def report_all(removed: int, place: str = CACHE) -> Outcome:
+    counts = f"Removed {removed} cached thumbnail{'s' * (removed != 1)}, for every application.\n"
+    return Outcome(0, counts.encode() + advice(removed, place), b"")
+
+
+def advice(removed: int, place: str) -> bytes:
+    if removed:
+        return b"Close and reopen your file manager to see them redrawn.\n"
+    return b"Nothing to remove: there were no cached Nebulark thumbnails in " + os.fsencode(place) + b".\n"
+
+
+class Cache:
+    """The cache of ann, an ordinary user; path is where the test sees what is CACHE for the tool."""
+
+    def __init__(self, machine: Machine):
+        self.machine = machine
+        self.path = machine.ann / ".cache/thumbnails"
+
+    def at(self, name: str | Path) -> Path:
+        return Path(os.path.normpath(self.path / name))
+
+    def directory(self, name: str | Path, mode: int = 0o700) -> Path:
+        """Makes a directory, with those above it, for ann; the mode is that of the last one."""
+        path = self.at(name)
+        for missing in [each for each in (path, *path.parents) if not each.exists()][::-1]:
+            missing.mkdir()
+            os.chown(missing, ANN, ANN)
+        path.chmod(mode)
+        return path
+
+    def put(self, content: bytes, *names: str, mode: int = 0o600):
+        """Makes files, and the directories that they need, for ann."""
+        for path in map(self.at, names):
+            if not path.parent.exists():
+                self.directory(path.parent)
+            path.write_bytes(content)
+            path.chmod(mode)
+            os.chown(path, ANN, ANN)
+
+    def clear(self, *words: str | bytes, user="ann", env={"HOME": "/home/ann"}, **how) -> tuple[Outcome, set[str]]:
+        """Runs the command. Gives its outcome and what it deleted: names below the cache, or else below /home.
+
+        Whatever else there is in /home has to be as it was, or this fails.
+        """
+        before = snapshot(self.machine.home)
+        outcome = self.machine.run("--clear-thumb-cache", *words, user=user, env=env, **how)
+        after = snapshot(self.machine.home)
+        gone = before.keys() - after.keys()
+        assert after == {name: state for name, state in before.items() if name not in gone}
+        return outcome, {name.removeprefix("ann/.cache/thumbnails/") for name in gone}
+
+
+def snapshot(top: Path) -> dict[str, tuple]:
+    """All that is below a directory, however deep, with what tells whether it is still the same."""
+    found = {}
+    for directory, subdirectories, others, fd in os.fwalk(top):
+        for name in (*subdirectories, *others):
+            status = os.lstat(name, dir_fd=fd)
+            same = status.st_mode, status.st_uid, status.st_ino
+            if not stat.S_ISDIR(status.st_mode):
+                same += status.st_nlink, status.st_size, status.st_mtime_ns
+            found[f"{directory}/{name}"[len(f"{top}/") :]] = same
+    return found

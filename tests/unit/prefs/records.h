@@ -1,0 +1,72 @@
+// Every record of preferences, and the words of its values, written out anew: what the tables of the tool are held
+// against.
+
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <limits>
+#include <ostream>
+#include <string_view>
+#include <vector>
+
+#include "prefs/preferences.h"
+
+namespace nebulark {
+
+inline void PrintTo(const Preferences& preferences, std::ostream* out) {
+  *out << "{autostretch " << preferences.autostretch << ", brightness " << static_cast<int>(preferences.brightness)
+       << ", cfa " << static_cast<int>(preferences.cfa) << ", labelformat " << preferences.labelformat
+       << ", labelcorner " << static_cast<int>(preferences.labelcorner) << "}";
+}
+
+template <typename Value>
+struct Spelling {
+  Value value;
+  std::string_view word;
+};
+
+inline constexpr std::array<Spelling<Brightness>, 3> brightness_spellings{{
+    {Brightness::Darker, "darker"},
+    {Brightness::Standard, "standard"},
+    {Brightness::Brighter, "brighter"},
+}};
+inline constexpr std::array<Spelling<CfaMode>, 3> cfa_spellings{{
+    {CfaMode::Auto, "auto"},
+    {CfaMode::Color, "color"},
+    {CfaMode::Mono, "mono"},
+}};
+inline constexpr std::array<Spelling<LabelCorner>, 4> label_corner_spellings{{
+    {LabelCorner::TopLeft, "topleft"},
+    {LabelCorner::TopRight, "topright"},
+    {LabelCorner::BottomLeft, "bottomleft"},
+    {LabelCorner::BottomRight, "bottomright"},
+}};
+
+// A value and its words, those of the two switches aside: they are spelled in more than one way.
+struct Record {
+  Preferences preferences;
+  std::string_view brightness;
+  std::string_view cfa;
+  std::string_view labelcorner;
+};
+
+inline std::vector<Record> all_records() {
+  std::vector<Record> records;
+  for (const bool autostretch : {false, true})
+    for (const auto& brightness : brightness_spellings)
+      for (const auto& cfa : cfa_spellings)
+        for (const bool labelformat : {false, true})
+          for (const auto& labelcorner : label_corner_spellings)
+            records.push_back({{autostretch, brightness.value, cfa.value, labelformat, labelcorner.value},
+                               brightness.word,
+                               cfa.word,
+                               labelcorner.word});
+  return records;
+}
+
+// Values that are spelled as the default: outside each enumeration, except that 3 is the default corner itself.
+inline constexpr std::array<std::int32_t, 9> stray_values{
+    std::numeric_limits<std::int32_t>::min(), -256, -1, 3, 4, 7, 256, 65536, std::numeric_limits<std::int32_t>::max()};
+
+} // namespace nebulark

@@ -1,0 +1,235 @@
+#include "thumbcache/clearing.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "thumbcache/png.h"
+#include "thumbcache/scratch.h"
+
+namespace nebulark {
+
+namespace {
+
+std::string ours() { return png({uri_chunk("file:///home/ann/m31.fits")}); }
+std::string theirs() { return png({uri_chunk("file:///home/ann/cat.png")}); }
+
+struct Outcome {
+  std::int32_t removed;
+  std::int32_t left;
+  friend bool operator==(const Outcome&, const Outcome&) = default;
+  friend void PrintTo(const Outcome& outcome, std::ostream* out) {
+    *out << outcome.removed << " removed, " << outcome.left << " left";
+  }
+};
+
+// Clears a directory that must come back under its own name.
+Outcome clear(const std::string& path, bool all) {
+  std::string directory = path;
+  ClearCounts counts;
+  clear_thumbnail_tree(directory, all, counts);
+  EXPECT_EQ(directory, path);
+  return {counts.removed, counts.left};
+}
+
+using Names = std::vector<std::string>;
+
+// What there is below a directory, sorted.
+Names names_in(const std::string& directory) {
+  Names names;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory))
+    names.push_back(entry.path().lexically_relative(directory));
+  std::ranges::sort(names);
+  return names;
+}
+
+TEST(ClearCounts, StartAtZero) {
+  testing::StaticAssertTypeEq<decltype(ClearCounts::removed), std::int32_t>();
+  testing::StaticAssertTypeEq<decltype(ClearCounts::left), std::int32_t>();
+  const ClearCounts counts;
+  EXPECT_EQ(counts.removed, 0);
+  EXPECT_EQ(counts.left, 0);
+}
+
+// Each test has two directories, and nothing else within reach.
+class ClearThumbnailTree : public testing::Test {
+protected:
+  void SetUp() override {
+    if (!root.is_set) GTEST_SKIP() << "without a root directory of their own these tests are too dangerous";
+    std::filesystem::create_directory(cache);
+    std::filesystem::create_directory(elsewhere);
+  }
+
+  const std::string cache = "/cache";
+  const std::string elsewhere = "/elsewhere";
+  ScratchDirectory directory;
+  OwnRoot root{directory.path};
+};
+
+TEST_F(ClearThumbnailTree, DeletesNebularksFilesAlone) {
+  write(cache + "/1.png", ours());
+  write(cache + "/2.png", theirs());
+  write(cache + "/3.png", ours());
+  write(cache + "/stray.txt", "no PNG");
+  write(cache + "/empty", "");
+  EXPECT_EQ(clear(cache, false), (Outcome{2, 3}));
+  EXPECT_EQ(names_in(cache), (Names{"2.png", "empty", "stray.txt"}));
+}
+
+TEST_F(ClearThumbnailTree, DeletesEveryFileWithAllAndLeavesNoneForOthers) {
+  write(cache + "/1.png", ours());
+  write(cache + "/2.png", theirs());
+  write(cache + "/stray.txt", "no PNG");
+  write(cache + "/empty", "");
+  EXPECT_EQ(clear(cache, true), (Outcome{4, 0}));
+  EXPECT_EQ(names_in(cache), Names{});
+}
+
+TEST_F(ClearThumbnailTree, FindsFilesAtAnyDepthAndKeepsTheDirectories) {
+  write(cache + "/fail/nebulark/1.png", ours());
+  write(cache + "/fail/others/2.png", theirs());
+  write(cache + "/a/b/c/d/e/f/3.png", ours());
+  write(cache + "/4.png", ours());
+  const Names directories{"a",           "a/b",  "a/b/c",         "a/b/c/d",    "a/b/c/d/e",
+                          "a/b/c/d/e/f", "fail", "fail/nebulark", "fail/others"};
+  EXPECT_EQ(clear(cache, false), (Outcome{3, 1}));
+  Names kept = directories;
+  kept.emplace_back("fail/others/2.png");
+  EXPECT_EQ(names_in(cache), kept);
+  EXPECT_EQ(clear(cache, true), (Outcome{1, 0}));
+  EXPECT_EQ(names_in(cache), directories);
+}
+
+TEST_F(ClearThumbnailTree, TreatsEveryNameAlike) {
+  const Names odd{".hidden", "...", "..x", ".x", "a b", "new\nline", "\xFF\xFE", "%s%n", "-rf", "*", "~", "\\"};
+  for (const std::string& name : odd) {
+    write(cache + "/files/" + name, ours());
+    write(cache + "/directories/" + name + "/1.png", ours());
+  }
+  EXPECT_EQ(clear(cache, false), (Outcome{24, 0}));
+}
+
+TEST_F(ClearThumbnailTree, NeitherFollowsNorDeletesLinks) {
+  write(elsewhere + "/1.png", ours());
+  std::filesystem::create_symlink(elsewhere + "/1.png", cache + "/file");
+  std::filesystem::create_directory_symlink(elsewhere, cache + "/directory");
+  std::filesystem::create_directory_symlink(".", cache + "/loop");
+  std::filesystem::create_symlink("absent", cache + "/nothing");
+  for (const bool all : {false, true}) {
+    EXPECT_EQ(clear(cache, all), (Outcome{0, 0}));
+    EXPECT_EQ(names_in(cache), (Names{"directory", "file", "loop", "nothing"}));
+    EXPECT_EQ(names_in(elsewhere), Names{"1.png"});
+  }
+}
+
+TEST_F(ClearThumbnailTree, WalksADirectoryThatIsItselfGivenByALink) {
+  write(elsewhere + "/1.png", ours());
+  std::filesystem::create_directory_symlink(elsewhere, cache + "/normal");
+  EXPECT_EQ(clear(cache + "/normal", false), (Outcome{1, 0}));
+  EXPECT_EQ(names_in(elsewhere), Names{});
+}
+
+TEST_F(ClearThumbnailTree, PassesOverWhatIsNoFile) {
+  ASSERT_EQ(::mkfifo((cache + "/pipe").c_str(), 0600), 0);
+  ASSERT_EQ(::mknod((cache + "/socket").c_str(), S_IFSOCK | 0600, 0), 0);
+  for (const bool all : {false, true}) {
+    EXPECT_EQ(clear(cache, all), (Outcome{0, 0}));
+    EXPECT_EQ(names_in(cache), (Names{"pipe", "socket"}));
+  }
+}
+
+TEST_F(ClearThumbnailTree, PassesOverADirectoryThatCannotBeOpened) {
+  write(cache + "/file", ours());
+  for (const bool all : {false, true}) {
+    EXPECT_EQ(clear(cache + "/absent", all), (Outcome{0, 0}));
+    EXPECT_EQ(clear(cache + "/file", all), (Outcome{0, 0}));
+  }
+  EXPECT_EQ(names_in(cache), Names{"file"});
+}
+
+TEST_F(ClearThumbnailTree, AddsToTheCountsItIsGiven) {
+  write(cache + "/1.png", ours());
+  write(cache + "/2.png", theirs());
+  write(cache + "/3.png", theirs());
+  std::string path = cache;
+  ClearCounts counts{.removed = 10, .left = 20};
+  clear_thumbnail_tree(path, false, counts);
+  EXPECT_EQ(counts.removed, 11);
+  EXPECT_EQ(counts.left, 22);
+}
+
+TEST_F(ClearThumbnailTree, LeavesNothingOpen) {
+  write(cache + "/a/b/1.png", ours());
+  write(cache + "/a/2.png", theirs());
+  const int before = next_descriptor();
+  (void)clear(cache, false);
+  (void)clear(cache + "/absent", false);
+  EXPECT_EQ(next_descriptor(), before);
+}
+
+// What the rights of a user come to, which root does not see.
+class ClearThumbnailTreeAsAUser : public ClearThumbnailTree, public testing::WithParamInterface<bool> {
+protected:
+  void SetUp() override {
+    ClearThumbnailTree::SetUp();
+    if (IsSkipped()) return;
+    std::filesystem::permissions("/", std::filesystem::perms{0755});
+    std::filesystem::permissions(cache, std::filesystem::perms{0777});
+    user.emplace();
+    if (!user->is_one) GTEST_SKIP() << "root may do everything, and cannot become another user here";
+  }
+
+  std::optional<OrdinaryUser> user;
+};
+INSTANTIATE_TEST_SUITE_P(, ClearThumbnailTreeAsAUser, testing::Bool(),
+                         [](const auto& all) { return all.param ? "WithAll" : "WithoutAll"; });
+
+TEST_P(ClearThumbnailTreeAsAUser, CountsAFileThatCannotBeDeletedNowhere) {
+  write(cache + "/locked/1.png", ours());
+  write(cache + "/2.png", ours());
+  const Mode locked(cache + "/locked", 0555);
+  EXPECT_EQ(clear(cache, GetParam()), (Outcome{1, 0}));
+  EXPECT_EQ(names_in(cache), (Names{"locked", "locked/1.png"}));
+}
+
+TEST_P(ClearThumbnailTreeAsAUser, DeletesAFileThatIsReadOnly) {
+  write(cache + "/1.png", ours());
+  const Mode read_only(cache + "/1.png", 0400);
+  EXPECT_EQ(clear(cache, GetParam()), (Outcome{1, 0}));
+  EXPECT_EQ(names_in(cache), Names{});
+}
+
+TEST_P(ClearThumbnailTreeAsAUser, LeavesAFileThatCannotBeReadExceptWithAll) {
+  const bool all = GetParam();
+  write(cache + "/1.png", ours());
+  const Mode unreadable(cache + "/1.png", 0200);
+  EXPECT_EQ(clear(cache, all), (all ? Outcome{1, 0} : Outcome{0, 1}));
+  EXPECT_EQ(names_in(cache), (all ? Names{} : Names{"1.png"}));
+}
+
+TEST_P(ClearThumbnailTreeAsAUser, CountsNothingInADirectoryThatCanBeListedButNotEntered) {
+  write(cache + "/closed/1.png", ours());
+  write(cache + "/closed/2.png", theirs());
+  write(cache + "/3.png", ours());
+  {
+    const Mode closed(cache + "/closed", 0444);
+    EXPECT_EQ(clear(cache, GetParam()), (Outcome{1, 0}));
+  }
+  EXPECT_EQ(names_in(cache), (Names{"closed", "closed/1.png", "closed/2.png"}));
+}
+
+TEST_P(ClearThumbnailTreeAsAUser, PassesOverADirectoryThatCannotBeRead) {
+  write(cache + "/closed/1.png", ours());
+  write(cache + "/2.png", ours());
+  {
+    const Mode closed(cache + "/closed", 0000);
+    EXPECT_EQ(clear(cache, GetParam()), (Outcome{1, 0}));
+  }
+  EXPECT_EQ(names_in(cache), (Names{"closed", "closed/1.png"}));
+}
+
+} // namespace
+
+} // namespace nebulark

@@ -1,0 +1,107 @@
+// Directories of the tests' own, and a user of little rights to work in them.
+
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace nebulark {
+
+// Writes a file, and makes the directories above it.
+inline void write(const std::string& path, std::string_view bytes) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// A new directory, removed at the end with all that is in it.
+class ScratchDirectory {
+public:
+  ScratchDirectory() : path(testing::TempDir() + "nebulark-XXXXXX") { EXPECT_NE(::mkdtemp(path.data()), nullptr); }
+  ~ScratchDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
+  ScratchDirectory(const ScratchDirectory&) = delete;
+  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+  std::string path;
+};
+
+// Makes a directory this process's root for a while. Nothing outside it can then be deleted, however wrong the code
+// under test may be: one that took ".." for a name would otherwise clear the whole machine. Takes root's rights, or a
+// user namespace.
+class OwnRoot {
+public:
+  explicit OwnRoot(const std::string& path)
+      : old_root(::open("/", O_PATH)), old_directory(::open(".", O_PATH)), is_set(set(path.c_str())) {}
+  ~OwnRoot() {
+    const bool is_back = !is_set || (::fchdir(old_root) == 0 && ::chroot(".") == 0 && ::fchdir(old_directory) == 0);
+    EXPECT_TRUE(is_back);
+    ::close(old_root);
+    ::close(old_directory);
+  }
+  OwnRoot(const OwnRoot&) = delete;
+  OwnRoot& operator=(const OwnRoot&) = delete;
+
+private:
+  static bool set(const char* path) {
+    const bool done = ::chroot(path) == 0 || (::unshare(CLONE_NEWUSER) == 0 && ::chroot(path) == 0);
+    return done && ::chdir("/") == 0;
+  }
+
+  const int old_root;
+  const int old_directory;
+
+public:
+  const bool is_set;
+};
+
+// Takes root's rights away for a while. Without root there is nothing to take, and where there is no other user to
+// become, root it stays.
+class OrdinaryUser {
+public:
+  OrdinaryUser() : was_root(::geteuid() == 0), is_one(!was_root || ::seteuid(nobody) == 0) {}
+  ~OrdinaryUser() {
+    const bool is_back = !was_root || ::seteuid(0) == 0;
+    EXPECT_TRUE(is_back);
+  }
+  OrdinaryUser(const OrdinaryUser&) = delete;
+  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
+
+private:
+  static constexpr uid_t nobody = 65534;
+  const bool was_root;
+
+public:
+  const bool is_one;
+};
+
+// The mode of a file or directory, opened again at the end so that it can be removed.
+class Mode {
+public:
+  Mode(std::string entry, mode_t mode) : path(std::move(entry)) { EXPECT_EQ(::chmod(path.c_str(), mode), 0); }
+  ~Mode() { (void)::chmod(path.c_str(), 0700); }
+  Mode(const Mode&) = delete;
+  Mode& operator=(const Mode&) = delete;
+
+private:
+  std::string path;
+};
+
+// The lowest descriptor that is free: the same before and after what leaves nothing open.
+inline int next_descriptor() {
+  const int descriptor = ::open("/", O_PATH);
+  EXPECT_NE(descriptor, -1);
+  ::close(descriptor);
+  return descriptor;
+}
+
+} // namespace nebulark
