@@ -19,12 +19,12 @@ def test_directories_of_the_machine_take_the_place_of_the_real_ones(machine):
 
 
 def test_pkexec_of_the_real_machine_is_hidden(machine):
-    # One sandbox in another, which is the real machine to it.
+    # One sandbox in another, which is the real machine to it; the shell between them stands where its caller does.
     machine.pkexec("#!/bin/sh\n")
     for name in ("share", "bin", "home"):
         (machine.ann / name).mkdir()
     inner = [HERE / "sandbox", "/home/ann", "sh", "-c", "ls /usr/bin/pkexec /usr/bin/nebulark-ctl"]
-    done = sandbox(machine.root, *inner)
+    done = sandbox(machine.root, "sh", "-c", '"$@"; exit $?', "sh", *inner)
     said = b"ls: cannot access '/usr/bin/pkexec': No such file or directory\n"
     assert outcome(done) == (2, b"/usr/bin/nebulark-ctl\n", said)
 
