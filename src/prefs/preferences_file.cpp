@@ -38,8 +38,10 @@ std::string read_text(std::FILE* file) {
   std::string text;
   std::array<char, 4096> part;
   std::size_t got = 0;
-  while ((got = std::fread(part.data(), 1, part.size(), file)) > 0)
+  do {
+    got = std::fread(part.data(), 1, part.size(), file);
     text.append(part.data(), got);
+  } while (got == part.size()); // fewer: the end, or an error
   if (std::ferror(file) != 0) text.resize(text.rfind('\n') + 1); // no line feed: npos + 1 is 0
   return text;
 }

@@ -36,6 +36,22 @@ def test_nothing_runs_where_a_directory_is_missing(machine, missing):
     assert (done.returncode != 0, done.stdout, done.stderr != b"") == (True, b"", True)
 
 
+@pytest.mark.parametrize("word", ["--private", "--unchanged"])
+def test_nothing_is_mounted_outside_a_namespace(machine, word):
+    # Started as it starts itself, but in its parent's namespace; another sandbox keeps a mistake from doing harm.
+    script = f"""
+        cat /proc/self/mountinfo >/home/before
+        {HERE}/sandbox {word} /home/ann echo ran
+        status=$?
+        cmp /home/before /proc/self/mountinfo
+        exit $status
+    """
+    for name in ("share", "bin", "home"):
+        (machine.ann / name).mkdir()
+    said = f"sandbox: {word} is for this script's own use\n".encode()
+    assert outcome(sandbox(machine.root, "sh", "-c", script)) == (125, b"", said)
+
+
 def test_no_mount_shows_outside(machine):
     done = sandbox(machine.root, "sh", "-c", "cat /proc/$PPID/mountinfo")
     assert outcome(done) == (0, Path("/proc/self/mountinfo").read_bytes(), b"")
