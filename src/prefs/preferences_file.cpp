@@ -41,7 +41,7 @@ std::string read_text(std::FILE* file) {
   do {
     got = std::fread(part.data(), 1, part.size(), file);
     text.append(part.data(), got);
-  } while (got == part.size()); // fewer: the end, or an error
+  } while (got == part.size());                                  // fewer: the end, or an error
   if (std::ferror(file) != 0) text.resize(text.rfind('\n') + 1); // no line feed: npos + 1 is 0
   return text;
 }

@@ -15,8 +15,8 @@ namespace nebulark {
 
 namespace {
 
-void clear_file(const std::string& path, bool all, ClearCounts& counts) {
-  if (!all && !is_nebulark_thumbnail(path)) {
+void clear_file(const std::string& path, std::size_t size, bool all, ClearCounts& counts) {
+  if (!all && !is_nebulark_thumbnail(path, size)) {
     ++counts.left;
     return;
   }
@@ -29,7 +29,7 @@ void clear_entry(std::string& path, bool all, ClearCounts& counts) {
   struct stat status;
   if (::lstat(path.c_str(), &status) != 0) return;
   if (S_ISDIR(status.st_mode)) clear_thumbnail_tree(path, all, counts);
-  if (S_ISREG(status.st_mode)) clear_file(path, all, counts);
+  if (S_ISREG(status.st_mode)) clear_file(path, static_cast<std::size_t>(status.st_size), all, counts);
 }
 
 void report(bool all, const ClearCounts& counts) {

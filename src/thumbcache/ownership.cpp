@@ -5,6 +5,7 @@
 
 #include "base/ascii.h"
 #include "base/handles.h"
+#include "thumbcache/head_reader.h"
 
 namespace nebulark {
 
@@ -12,33 +13,13 @@ namespace {
 
 constexpr std::string_view png_signature = "\x89PNG\r\n\x1a\n";
 constexpr std::uint32_t longest_chunk = 1U << 20; // bytes; no thumbnailer writes a tag near this
-constexpr long crc_size = 4;
+constexpr std::size_t crc_size = 4;
 
-struct ChunkHeader {
-  std::uint32_t length = 0; // of the data, in bytes
-  std::array<char, 4> type{};
-
-  [[nodiscard]] bool is(std::string_view name) const { return std::string_view(type.data(), type.size()) == name; }
-};
-
-bool read_exactly(std::FILE* file, char* data, std::size_t size) { return std::fread(data, 1, size, file) == size; }
-
-bool skip(std::FILE* file, long size) { return std::fseek(file, size, SEEK_CUR) == 0; }
-
-bool read_signature(std::FILE* file) {
-  std::array<char, png_signature.size()> signature;
-  return read_exactly(file, signature.data(), signature.size()) &&
-         std::string_view(signature.data(), signature.size()) == png_signature;
-}
-
-bool read_header(std::FILE* file, ChunkHeader& header) {
-  std::array<char, 8> bytes;
-  if (!read_exactly(file, bytes.data(), bytes.size())) return false;
-  header.length = 0;
-  for (std::size_t i = 0; i < 4; ++i)
-    header.length = header.length << 8 | static_cast<unsigned char>(bytes[i]);
-  std::copy_n(bytes.data() + 4, 4, header.type.data());
-  return true;
+std::uint32_t big_endian(std::string_view bytes) {
+  std::uint32_t number = 0;
+  for (const char byte : bytes)
+    number = number << 8 | static_cast<unsigned char>(byte);
+  return number;
 }
 
 // Keeps the value of a text chunk whose keyword is one of the two that count. Without a NUL there is no keyword.
@@ -50,23 +31,24 @@ void keep_tag(std::string_view data, ThumbnailTags& tags) {
   if (keyword == "Thumb::Mimetype") tags.mimetype = data.substr(nul + 1);
 }
 
-bool read_tag(std::FILE* file, std::uint32_t length, ThumbnailTags& tags) {
-  std::string data(length, '\0');
-  if (!read_exactly(file, data.data(), data.size())) return false;
+bool read_tag(HeadReader& head, std::uint32_t length, ThumbnailTags& tags) {
+  std::string_view data;
+  if (!head.read(length, data)) return false;
   keep_tag(data, tags);
-  return true;
+  return head.skip(crc_size);
 }
 
 // Reads one chunk. Returns false where reading ends: at the image data, and wherever the file does not go on as it
 // should.
-bool read_chunk(std::FILE* file, ThumbnailTags& tags) {
-  ChunkHeader header;
-  if (!read_header(file, header)) return false;
-  if (header.length > longest_chunk) return false;
-  if (header.is("IDAT")) return false;
-  const bool passed =
-      header.is("tEXt") ? read_tag(file, header.length, tags) : skip(file, static_cast<long>(header.length));
-  return passed && skip(file, crc_size);
+bool read_chunk(HeadReader& head, ThumbnailTags& tags) {
+  std::string_view header;
+  if (!head.read(8, header)) return false;
+  const std::uint32_t length = big_endian(header.substr(0, 4));
+  const std::string_view type = header.substr(4);
+  if (length > longest_chunk) return false;
+  if (type == "IDAT") return false;
+  if (type == "tEXt") return read_tag(head, length, tags);
+  return head.skip(length + crc_size);
 }
 
 bool ends_with_lowered(std::string_view text, std::string_view ending) {
@@ -86,18 +68,21 @@ bool is_nebulark_mime_type(std::string_view mimetype) {
 
 } // namespace
 
-ThumbnailTags read_thumbnail_tags(std::FILE* file) {
+ThumbnailTags read_thumbnail_tags(std::FILE* file, std::size_t size) {
   ThumbnailTags tags;
-  if (!read_signature(file)) return tags;
-  while (read_chunk(file, tags)) {
+  HeadReader head(file, size);
+  std::string_view signature;
+  if (!head.read(png_signature.size(), signature) || signature != png_signature) return tags;
+  while (read_chunk(head, tags)) {
   }
   return tags;
 }
 
-bool is_nebulark_thumbnail(const std::string& path) {
+bool is_nebulark_thumbnail(const std::string& path, std::size_t size) {
   const FileHandle file(std::fopen(path.c_str(), "rb"));
   if (!file) return false;
-  const ThumbnailTags tags = read_thumbnail_tags(file.get());
+  (void)std::setvbuf(file.get(), nullptr, _IONBF, 0); // the head is read into a buffer of its own
+  const ThumbnailTags tags = read_thumbnail_tags(file.get(), size);
   return has_nebulark_extension(tags.uri) || is_nebulark_mime_type(tags.mimetype);
 }
 

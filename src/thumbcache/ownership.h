@@ -31,11 +31,14 @@ struct ThumbnailTags {
 // Reads the tags of an open file that stands at its start, and leaves the file open, standing anywhere. The last tag of
 // a kind wins, an empty one too. A file that is no PNG has no tags; one that breaks off or is malformed has those that
 // come before that place.
-[[nodiscard]] ThumbnailTags read_thumbnail_tags(std::FILE* file);
+//
+// `size` is the file's size in bytes where the caller knows it, else 0. It spares reading a short file twice, and a
+// wrong one changes nothing else.
+[[nodiscard]] ThumbnailTags read_thumbnail_tags(std::FILE* file, std::size_t size = 0);
 
 // Whether the thumbnail at `path` was drawn for one of Nebulark's files: its URI, less query and fragment, ends in one
 // of nebulark_extensions (in any case), or its MIME type is one of nebulark_mime_types (to the byte). A file that
-// cannot be opened is nobody's: false.
-[[nodiscard]] bool is_nebulark_thumbnail(const std::string& path);
+// cannot be opened is nobody's: false. `size` as above.
+[[nodiscard]] bool is_nebulark_thumbnail(const std::string& path, std::size_t size = 0);
 
 } // namespace nebulark

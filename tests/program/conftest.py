@@ -24,6 +24,8 @@ HERE = Path(__file__).parent
 BUILT = Path(os.environ.get("NEBULARK_CTL", HERE.parents[1] / "build/release/nebulark-ctl"))
 TOOL = "/usr/bin/nebulark-ctl"
 
+os.umask(0o022)  # the machines' directories are for ann too, whoever runs the tests
+
 ANN = 1000  # an ordinary user: her user id and her only group
 BECOME = {
     "root": [],

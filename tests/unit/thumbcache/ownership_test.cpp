@@ -15,6 +15,7 @@
 #include "base/handles.h"
 #include "case.h"
 #include "near_misses.h"
+#include "thumbcache/head_reader.h"
 #include "thumbcache/png.h"
 #include "thumbcache/scratch.h"
 
@@ -93,6 +94,7 @@ std::vector<Case<std::string, ThumbnailTags>> tagged_files() {
       {"TagsBeforeTheHeaderChunk", png({uri, mimetype, ihdr, idat, iend}), {"file:///m31.fits", "image/fits"}},
 
       {"NoTagsBehindTheImageData", png({ihdr, idat, uri, mimetype, iend}), {}},
+      {"NoTagsFromTheImageData", png({ihdr, chunk("IDAT", uri + mimetype)}), {}},
       {"NoTagsBehindEmptyImageData", png({ihdr, chunk("IDAT", ""), uri, iend}), {}},
       {"TheTagsBeforeTheImageDataAlone", png({ihdr, uri, idat, uri_chunk("late"), mimetype}), {"file:///m31.fits", ""}},
       {"TagsBehindTheEndChunk", png({ihdr, iend, uri, mimetype}), {"file:///m31.fits", "image/fits"}},
@@ -336,12 +338,16 @@ TEST(ReadThumbnailTags, TakesAValueInAChunkOfTheGreatestLengthAndNoneInALonger) 
   expect_tags(png({chunk("tEXt", keyword + value + "v", "CRC!")}), {});
 }
 
+// Where a part of the length is lost, or its sign counts, the 4 bytes of data or what follows at once lead to the tag
+// behind.
 TEST(ReadThumbnailTags, StopsAtALengthOfMegabytesWhateverFollows) {
-  for (const std::uint32_t length : {0x00100001U, 0x00110000U, 0x01000000U, 0x01000010U, 0x10000000U, 0x7FFFFFFFU,
-                                     0x80000000U, 0x80000004U, 0xFFFFFFF0U, 0xFFFFFFF4U, 0xFFFFFFFCU, 0xFFFFFFFFU}) {
+  for (const std::uint32_t length :
+       {0x00100001U, 0x00110000U, 0x01000000U, 0x01000004U, 0x10000004U, 0x7FFFFFFFU, 0x80000000U, 0x80000004U,
+        0xFF000004U, 0xFFFF0004U, 0xFFFFFFF0U, 0xFFFFFFF4U, 0xFFFFFFFCU, 0xFFFFFFFFU}) {
     SCOPED_TRACE(length);
     for (const std::string_view type : {"tEXt", "skIp"})
-      expect_tags(png({uri_chunk("before"), chunk_header(length, type), uri_chunk("behind")}), {"before", ""});
+      for (const std::string_view rest : {"", "CRC!", "dataCRC!"})
+        expect_tags(png({uri_chunk("before"), chunk_header(length, type), rest, uri_chunk("behind")}), {"before", ""});
   }
 }
 
@@ -370,10 +376,10 @@ FileHandle open_pipe(std::string_view bytes) {
   return FileHandle(::fdopen(ends[0], "rb"));
 }
 
+// A seek is needed only where what is passed over ends outside the buffer.
 TEST(ReadThumbnailTags, StopsWhereAStreamCannotSeek) {
-  const std::string skipped = chunk("skIp", "data");
-  expect_tags_in(open_pipe(png({skipped, uri_chunk("behind"), mimetype_chunk("behind")})).get(), {});
-  expect_tags_in(open_pipe(png({uri_chunk("first"), mimetype_chunk("behind")})).get(), {"first", ""});
+  const std::string passed_over = chunk("skIp", std::string(HeadReader::buffer_size, 'x'));
+  expect_tags_in(open_pipe(png({uri_chunk("first"), passed_over, mimetype_chunk("behind")})).get(), {"first", ""});
 }
 
 // The values of a thumbnail's tags; nothing for a tag that it has not.
