@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,21 +16,55 @@ namespace nebulark {
 
 namespace {
 
-void clear_file(const std::string& path, std::size_t size, bool all, ClearCounts& counts) {
-  if (!all && !is_nebulark_thumbnail(path, size)) {
+// A directory that is being cleared: open, and the path that leads to it, at whose end the names in it are put in turn.
+//
+// Other programs may put a link in the place of a directory at any moment, and a path through it then leads out of the
+// cache. So nothing is deleted, and no directory opened, by way of a path: both are done in the directory that is open.
+struct Place {
+  DIR* directory;
+  std::string& path;
+};
+
+void clear_directory(Place place, bool all, ClearCounts& counts);
+
+void clear_file(Place place, const char* name, std::size_t size, bool all, ClearCounts& counts) {
+  if (!all && !is_nebulark_thumbnail(place.path, size)) {
     ++counts.left;
     return;
   }
-  if (::unlink(path.c_str()) == 0) ++counts.removed;
+  if (::unlinkat(::dirfd(place.directory), name, 0) == 0) ++counts.removed;
 }
 
-void clear_entry(std::string& path, bool all, ClearCounts& counts) {
+void clear_subdirectory(Place place, const char* name, bool all, ClearCounts& counts) {
+  const int descriptor = ::openat(::dirfd(place.directory), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (descriptor == -1) return;
+  const DirectoryHandle directory(::fdopendir(descriptor));
+  if (directory) {
+    clear_directory({directory.get(), place.path}, all, counts);
+  } else {
+    (void)::close(descriptor);
+  }
+}
+
+void clear_entry(Place place, const char* name, bool all, ClearCounts& counts) {
   // The type in the directory entry is not enough: some file systems leave it out, and a directory that may be listed
   // but not entered must count for nothing. Not stat either, which would follow links out of the cache.
   struct stat status;
-  if (::lstat(path.c_str(), &status) != 0) return;
-  if (S_ISDIR(status.st_mode)) clear_thumbnail_tree(path, all, counts);
-  if (S_ISREG(status.st_mode)) clear_file(path, static_cast<std::size_t>(status.st_size), all, counts);
+  if (::lstat(place.path.c_str(), &status) != 0) return;
+  if (S_ISDIR(status.st_mode)) clear_subdirectory(place, name, all, counts);
+  if (S_ISREG(status.st_mode)) clear_file(place, name, static_cast<std::size_t>(status.st_size), all, counts);
+}
+
+void clear_directory(Place place, bool all, ClearCounts& counts) {
+  const std::size_t length = place.path.size();
+  while (const dirent* const entry = ::readdir(place.directory)) {
+    const std::string_view name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    place.path += '/';
+    place.path += name;
+    clear_entry(place, entry->d_name, all, counts);
+    place.path.resize(length);
+  }
 }
 
 void report(bool all, const ClearCounts& counts) {
@@ -54,17 +89,7 @@ void report(bool all, const ClearCounts& counts) {
 
 void clear_thumbnail_tree(std::string& directory, bool all, ClearCounts& counts) {
   const DirectoryHandle handle(::opendir(directory.c_str()));
-  if (!handle) return;
-
-  const std::size_t length = directory.size();
-  while (const dirent* const entry = ::readdir(handle.get())) {
-    const std::string_view name = entry->d_name;
-    if (name == "." || name == "..") continue;
-    directory += '/';
-    directory += name;
-    clear_entry(directory, all, counts);
-    directory.resize(length);
-  }
+  if (handle) clear_directory({handle.get(), directory}, all, counts);
 }
 
 int clear_thumbnail_cache(bool all) {

@@ -1,0 +1,245 @@
+"""Measures nebulark-ctl against what else does the same work, and prints a table. script/bench builds both and starts it.
+
+    measure.py [--large] [DIRECTORY]
+
+A time is the processor time of a whole process, its own and the kernel's for it, as hyperfine reads it. None of them
+waits for anything but the disk, so on an idle machine that is nearly all the time there is, and on a busy one it does not
+count what others take. The sides of a comparison take turns, so that a machine that slows down meanwhile slows all of
+them, and the median of a side's rounds counts.
+
+Caches are temporary directories where temporary files go, by default on an ordinary file system, as real caches are. In
+memory, on tmpfs, what the kernel does for a file is less, and so is what there is to compare with: there the ratios are
+larger. How deep a cache lies matters too: each directory above it is one more that the kernel looks up for each path of
+the tool, and for none of the floor.
+"""
+
+import argparse
+import contextlib
+import json
+import os
+import platform
+import re
+import shlex
+import statistics
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+BUILD = Path(__file__).parents[1] / "build"
+TOOL, UNHARDENED = BUILD / "release/nebulark-ctl", BUILD / "bench/unhardened/nebulark-ctl"
+FLOOR, GENERATE, HELLO = (BUILD / "bench" / name for name in ("floor", "generate", "hello"))
+
+os.environ["LC_ALL"] = "C"
+
+CLEAR = [TOOL, "--clear-thumb-cache"]  # the cache that XDG_CACHE_HOME names
+GREP = ["grep", "-rlF", "-e.xisf", "-e.fits", "-e.fit", "-e.fts", "-e.kxproj"]
+FEW, SOME, MANY, MILLION = 1000, 3000, 20_000, 1_000_000
+
+HEADINGS = ("", "nebulark-ctl", "against", "which has", "ratio", "at most", "reached")
+WORDS = (0, 2)  # the columns of words, flush left; the others are flush right
+
+rows = []
+
+
+def row(what, tool, against, other, ratio, bound="", reached=None):
+    """Adds to the table what is ready to be printed, but for the ratio, a number, and whether the bound is reached."""
+    verdict = "" if reached is None else "yes" if reached else "no"
+    rows.append((what, tool, against, other, f"{ratio:.2f}", bound, verdict))
+    print(f"  {what}: {tool}, {against} {other}", file=sys.stderr)
+
+
+def compare(what, shown, tool, against, other, bound=None):
+    """Adds two numbers, in the way they are shown, whose ratio is to be at most the bound."""
+    ratio = tool / other
+    row(what, shown(tool), against, shown(other), ratio, f"{bound} times" if bound else "", ratio <= bound if bound else None)
+
+
+def print_table():
+    widths = [max(map(len, column)) for column in zip(HEADINGS, *rows)]
+    rule = ["-" * width if i in WORDS else "-" * (width - 1) + ":" for i, width in enumerate(widths)]
+    for cells in (HEADINGS, rule, *rows):
+        padded = [c.ljust(w) if i in WORDS else c.rjust(w) for i, (c, w) in enumerate(zip(cells, widths))]
+        print("|", " | ".join(padded), "|")
+
+
+def time(seconds):
+    return f"{seconds * 1000:.1f} ms" if seconds < 0.9995 else f"{seconds:.2f} s"
+
+
+def kib(size):
+    return f"{size:.0f} KiB"
+
+
+def run(*command):
+    """The standard output of a command that has to succeed."""
+    command = list(map(str, command))
+    done = subprocess.run(command, capture_output=True, text=True)
+    if done.returncode != 0:
+        sys.exit(f"{shlex.join(command)}: status {done.returncode}\n{done.stdout}{done.stderr}")
+    return done.stdout
+
+
+@contextlib.contextmanager
+def cache(place, count, percent=0, *how):
+    """A directory with a cache of that many thumbnails, so many percent of them Nebulark's; and what fills it again."""
+    with tempfile.TemporaryDirectory(prefix="bench.", dir=place) as directory:
+        fill = [GENERATE, directory, count, percent, *how]
+        run(*fill)
+        os.sync()  # or the kernel would write it back while something is timed
+        os.environ["XDG_CACHE_HOME"] = directory
+        yield directory, fill
+
+
+def race(rounds, runs, *commands, before=None):
+    """The seconds of each command. It runs so many times in each round, each time after the command `before`."""
+    texts = [shlex.join(map(str, command)) for command in commands]
+    prepare = ["--warmup=1"] if before is None else ["--prepare", shlex.join(map(str, before))]
+    times = {text: [] for text in texts}
+    with tempfile.NamedTemporaryFile("r") as result:
+        how = ["--shell=none", "--style=none", "--ignore-failure", f"--runs={runs}", f"--export-json={result.name}"]
+        for turn in range(rounds):
+            run("hyperfine", *how, *prepare, *texts[:: -1 if turn % 2 else 1])
+            for timed in json.loads(Path(result.name).read_text())["results"]:
+                expected = 1 if timed["command"].startswith("grep") else 0  # it finds nothing
+                if set(timed["exit_codes"]) != {expected}:
+                    sys.exit(f"{timed['command']}: status {timed['exit_codes']}")
+                times[timed["command"]].append(timed["user"] + timed["system"])
+    return [statistics.median(times[text]) for text in texts]
+
+
+def system_calls(*command):
+    with tempfile.NamedTemporaryFile("r") as summary:
+        run("strace", "--summary-only", "--summary-columns=calls,name", f"--output={summary.name}", *command)
+        return int(re.search(r"(\d+) total\n", summary.read())[1])
+
+
+def instructions(*command):
+    with tempfile.NamedTemporaryFile("r") as log:
+        run("valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", f"--log-file={log.name}", *command)
+        return int(re.search(r"Collected : (\d+)", log.read())[1])
+
+
+def peak_memory(*command):
+    """In KiB; of several runs, which differ by a few pages, the median."""
+    peaks = []
+    with tempfile.NamedTemporaryFile("r") as result:
+        for _ in range(5):
+            run("/usr/bin/time", "--format=%M", f"--output={result.name}", *command)
+            peaks.append(int(Path(result.name).read_text()))
+    return statistics.median(peaks)
+
+
+def per_file(place, measure, percent, *words):
+    """What a file more costs the tool and the floor: the difference between two caches."""
+    measured = []
+    for count in (FEW, SOME):
+        with cache(place, count, percent) as (directory, fill):
+            tool = measure(*CLEAR, *words)
+            run(*fill)
+            measured.append((tool, measure(FLOOR, directory, *words)))
+    return [(some - few) / (SOME - FEW) for few, some in zip(*measured)]
+
+
+def check_answers(place):
+    """What does not do the same work as the tool is not worth comparing."""
+    found = []
+    with cache(place, SOME, percent=10) as (directory, fill):
+        for command in (CLEAR, [FLOOR, directory]):
+            run(*fill)
+            said = run(*command)
+            found.append((re.findall(r"\d+", said)[:2], sorted(Path(directory).rglob("*.png"))))
+    if found[0] != found[1] or found[0][0] != [str(SOME // 10), str(SOME - SOME // 10)]:
+        sys.exit("nebulark-ctl and the floor do not delete the same files")
+
+
+def count(place):
+    for what, percent, words, bound in (
+        ("system calls for a thumbnail that is kept", 0, [], 4),
+        ("system calls for a thumbnail that is deleted", 100, [], 5),
+        ("system calls for a file with --all", 0, ["--all"], 2),
+    ):
+        tool, floor = per_file(place, system_calls, percent, *words)
+        row(what, f"{tool:.1f}", "floor", f"{floor:.1f}", tool / floor, f"{bound} calls", round(tool, 1) <= bound)
+    tool, floor = per_file(place, instructions, 0)
+    compare("instructions for a thumbnail that is kept", "{:,.0f}".format, tool, "floor", floor)
+
+
+def time_scanning(place):
+    with cache(place, MANY) as (directory, _):
+        unhardened = [UNHARDENED, *CLEAR[1:]]
+        tool, floor, grep, unhardened = race(10, 2, CLEAR, [FLOOR, directory], [*GREP, directory], unhardened)
+    what = f"scanning {MANY:,} thumbnails, all kept"
+    compare(what, time, tool, "floor", floor, 1.25)
+    compare(what, time, tool, "grep -rl", grep, 0.75)
+    compare(what, time, tool, "no hardening", unhardened)
+
+
+def time_clearing(place):
+    with cache(place, MANY // 4) as (directory, fill):
+        rm, find = ["rm", "-rf", f"{directory}/thumbnails"], ["find", directory, "-type", "f", "-delete"]
+        tool, rm, find = race(9, 1, [*CLEAR, "--all"], rm, find, before=fill)
+    what = f"clearing {MANY // 4:,} files with --all"
+    compare(what, time, tool, "rm -rf", rm, 1.1)
+    compare(what, time, tool, "find -delete", find, 1.1)
+
+
+def time_starting():
+    tool, hello = race(6, 200, [TOOL, "--version"], [HELLO])
+    compare("starting, with --version", time, tool, "hello", hello, 1.1)
+
+
+def measure_memory(place):
+    """Gives what the tool takes for few thumbnails."""
+    hello = peak_memory(HELLO)
+    with cache(place, FEW):
+        tool = peak_memory(*CLEAR)
+    what = f"peak memory for {FEW:,} thumbnails"
+    row(what, kib(tool), "hello", kib(hello), tool / hello, "1 MiB more", tool <= hello + 1024)
+    return tool
+
+
+def measure_growth(place, most, memory_for_few, *how):
+    """What a large cache costs, and a quarter of it. Both are there at once, so that the runs can take turns."""
+    with cache(place, most // 4, 0, *how) as (small, _), cache(place, most, 0, *how) as (large, _):
+        tool = [["env", f"XDG_CACHE_HOME={directory}", *CLEAR] for directory in (small, large)]
+        floor = [[FLOOR, directory] for directory in (small, large)]
+        tool_small, tool_large, floor_small, floor_large = race(6, 1, *tool, *floor)
+        memory = peak_memory(*CLEAR)
+    what = f"scanning {most:,} thumbnails, all kept"
+    compare(what, time, tool_large, "floor", floor_large)
+    growth = tool_large / tool_small
+    row(what, time(tool_large), f"{most // 4:,} of them", time(tool_small), growth, "4 times", round(growth, 1) <= 4)
+    what = f"peak memory for {most:,} thumbnails"
+    more = memory - memory_for_few
+    row(what, kib(memory), f"{FEW:,} of them", kib(memory_for_few), memory / memory_for_few, "the same", more <= 128)
+
+
+def file_system(directory):
+    return run("findmnt", "--noheadings", "--output=FSTYPE", "--target", directory).strip()
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="script/bench")
+    parser.add_argument("--large", action="store_true", help="measure a cache of 1,000,000 files too")
+    parser.add_argument("directory", nargs="?", metavar="DIRECTORY", help="where to make the caches")
+    options = parser.parse_args()
+    place = options.directory or tempfile.gettempdir()
+    large_place = options.directory or "/dev/shm"
+
+    check_answers(place)
+    count(place)
+    time_scanning(place)
+    time_clearing(place)
+    time_starting()
+    memory = measure_memory(place)
+    measure_growth(place, 4 * MANY, memory)
+    if options.large:
+        measure_growth(large_place, MILLION, memory, "--holes")
+
+    print(f"{run(TOOL, '--version').strip()} on Linux {platform.release()}, {platform.machine()};", end=" ")
+    print(f"caches on {file_system(place)}" + f", the million on {file_system(large_place)}" * options.large, end="\n\n")
+    print_table()
+
+
+main()

@@ -1,0 +1,15 @@
+# shellcheck shell=bash
+# Sourced by script/install and script/uninstall, behind packages.sh: what both need to know of the machine.
+
+# What the package manager has installed is its own to replace and to remove.
+refuse_packaged() {
+  if is_installed nebulark-ctl; then
+    printf '%s: the package nebulark-ctl is installed, and these are its files\n' "$0" >&2
+    printf '  To remove it:  sudo apt-get remove nebulark-ctl\n' >&2
+    exit 1
+  fi
+}
+
+with_sudo() {
+  [ "$(id -u)" -eq 0 ] || printf ', with sudo'
+}

@@ -1,0 +1,38 @@
+// The input is words of a command line, each but the last ended by a NUL byte. They change one record after the other.
+
+#include <string>
+
+#include "plain_preferences.h"
+#include "prefs/preferences.h"
+#include "targets.h"
+
+namespace nebulark {
+
+namespace {
+
+void require_plain_outcome(std::string_view assignment, Preferences& preferences) {
+  const Preferences before = preferences;
+  Preferences expected = preferences;
+  const std::string rejection = plain_assign(std::string(assignment), expected);
+
+  std::string error = "as it was";
+  const bool applied = apply_assignment(assignment, preferences, error);
+  require(applied == rejection.empty(), "what is accepted is what a plain reader accepts");
+  require(preferences == expected, "the record is what a plain reader makes of it");
+  require(applied || preferences == before, "a rejected assignment leaves the record as it was");
+  require(error == (applied ? "as it was" : rejection), "a rejection alone has a reason, and the right one");
+}
+
+} // namespace
+
+void assignments(std::string_view input) {
+  Preferences preferences;
+  for (;;) {
+    const std::size_t end = input.find('\0');
+    require_plain_outcome(input.substr(0, end), preferences);
+    if (end == std::string_view::npos) return;
+    input.remove_prefix(end + 1);
+  }
+}
+
+} // namespace nebulark

@@ -1,0 +1,51 @@
+// The ownership test once more, slow and plain: over the whole file in memory, one rule after another. What the tool
+// answers is held against what this answers for the same bytes.
+
+#pragma once
+
+#include <string>
+
+namespace nebulark {
+
+struct PlainTags {
+  std::string uri;
+  std::string mimetype;
+  std::size_t end = 0; // the place up to which the file has to be known for that
+};
+
+inline PlainTags plain_tags(const std::string& file) {
+  using namespace std::string_literals;
+  PlainTags tags;
+  tags.end = 8;
+  if (file.substr(0, 8) != "\x89PNG\r\n\x1a\n") return tags;
+  for (std::size_t at = 8;;) {
+    tags.end = at + 8;
+    if (file.size() < tags.end) return tags;
+    std::size_t length = 0;
+    for (const char byte : file.substr(at, 4))
+      length = length * 256 + static_cast<unsigned char>(byte);
+    const std::string type = file.substr(at + 4, 4);
+    if (length > 1048576 || type == "IDAT") return tags;
+    if (type == "tEXt") {
+      tags.end = at + 8 + length;
+      if (file.size() < tags.end) return tags;
+      const std::string data = file.substr(at + 8, length);
+      if (data.starts_with("Thumb::URI\0"s)) tags.uri = data.substr(11);
+      if (data.starts_with("Thumb::Mimetype\0"s)) tags.mimetype = data.substr(16);
+    }
+    at += 8 + length + 4;
+  }
+}
+
+inline bool plain_is_nebulark(const PlainTags& tags) {
+  std::string path = tags.uri.substr(0, tags.uri.find_first_of("?#"));
+  for (char& byte : path)
+    if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte + 32);
+  for (const char* ending : {".xisf", ".fits", ".fit", ".fts", ".kxproj"})
+    if (path.ends_with(ending)) return true;
+  for (const char* type : {"image/x-xisf", "application/fits", "image/fits", "image/x-fits", "application/x-kxproj"})
+    if (tags.mimetype == type) return true;
+  return false;
+}
+
+} // namespace nebulark
