@@ -48,7 +48,6 @@ application. This tool administers it from a terminal. It shows and changes
 the preferences by which Nebulark draws, for every user of the machine, and
 it clears a user's thumbnail cache of what was drawn for such files, so that
 file managers draw them anew.")
-set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
 set(CPACK_PACKAGE_RELOCATABLE OFF)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)

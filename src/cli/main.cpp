@@ -24,8 +24,6 @@ namespace nebulark {
 
 namespace {
 
-constexpr int usage_error = 2;
-
 // The command line from the command word on.
 using Words = std::span<char* const>;
 
@@ -64,14 +62,14 @@ constexpr std::array<Command, 6> commands{{
 int run(Words words) {
   if (words.empty()) {
     print_usage();
-    return usage_error;
+    return 2;
   }
   for (const Command& command : commands) {
     if (command.word == words.front()) return command.run(words);
   }
   (void)std::fprintf(stderr, "nebulark-ctl: unknown command %s\n", words.front());
   print_usage();
-  return usage_error;
+  return 2;
 }
 
 } // namespace

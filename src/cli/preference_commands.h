@@ -6,8 +6,8 @@
 
 namespace nebulark {
 
-// --prefs: lists the preferences in effect, where they are stored, and whether this user may change them there. Always
-// 0.
+// --prefs: lists the preferences in effect, where they are stored, and whether this user may change them there.
+// Returns 0 always.
 [[nodiscard]] int show_preferences();
 
 // --set: applies every assignment to the preferences and replaces the file, with administrator rights by way of pkexec

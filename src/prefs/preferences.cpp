@@ -60,12 +60,6 @@ std::string accepted(Brightness) { return any_of(brightness_words); }
 std::string accepted(CfaMode) { return any_of(cfa_words); }
 std::string accepted(LabelCorner) { return any_of(label_corner_words); }
 
-std::string normalised(std::string_view text) {
-  std::string word = trim_blanks(text);
-  to_lower_ascii(word);
-  return word;
-}
-
 } // namespace
 
 std::string_view brightness_word(Brightness value) {

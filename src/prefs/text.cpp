@@ -29,9 +29,14 @@ std::string trim_blanks(std::string_view text) {
 
 void to_lower_ascii(std::string& text) { std::ranges::transform(text, text.begin(), ascii_lower); }
 
-bool parse_bool(std::string_view text, bool& value) {
+std::string normalised(std::string_view text) {
   std::string word = trim_blanks(text);
   to_lower_ascii(word);
+  return word;
+}
+
+bool parse_bool(std::string_view text, bool& value) {
+  const std::string word = normalised(text);
   const bool is_true = is_one_of(words_for_true, word);
   if (!is_true && !is_one_of(words_for_false, word)) return false;
   value = is_true;

@@ -15,6 +15,9 @@ namespace nebulark {
 // Lowers A to Z in place; every other byte stays.
 void to_lower_ascii(std::string& text);
 
+// The text trimmed and lowered: how names and words are compared.
+[[nodiscard]] std::string normalised(std::string_view text);
+
 // Reads a switch word, blanks around it and case aside: 1, true, yes, on; 0, false, no, off.
 // Returns false for any other text, and leaves `value` as it was.
 [[nodiscard]] bool parse_bool(std::string_view text, bool& value);

@@ -67,7 +67,7 @@ void clear_directory(Place place, bool all, ClearCounts& counts) {
   }
 }
 
-void report(bool all, const ClearCounts& counts) {
+void report(const std::string& cache, bool all, const ClearCounts& counts) {
   const char* const plural = counts.removed == 1 ? "" : "s";
   if (all) {
     (void)std::printf("Removed %d cached thumbnail%s, for every application.\n", counts.removed, plural);
@@ -78,8 +78,7 @@ void report(bool all, const ClearCounts& counts) {
 
   // Speaks of Nebulark's thumbnails with `all` too: they are what the user came for.
   if (counts.removed == 0) {
-    (void)std::printf("Nothing to remove: there were no cached Nebulark thumbnails in %s.\n",
-                      thumbnail_cache_dir().c_str());
+    (void)std::printf("Nothing to remove: there were no cached Nebulark thumbnails in %s.\n", cache.c_str());
   } else {
     (void)std::printf("Close and reopen your file manager to see them redrawn.\n");
   }
@@ -98,13 +97,14 @@ int clear_thumbnail_cache(bool all) {
     return 1;
   }
 
+  const std::string cache = thumbnail_cache_dir();
   ClearCounts counts;
   for (const std::string_view size_dir : thumbnail_size_dirs) {
-    std::string directory = thumbnail_cache_dir() + "/";
+    std::string directory = cache + "/";
     directory += size_dir;
     clear_thumbnail_tree(directory, all, counts);
   }
-  report(all, counts);
+  report(cache, all, counts);
   return 0;
 }
 

@@ -36,6 +36,16 @@ BECOME = {
 TRACED = {"ASAN_OPTIONS": "detect_leaks=0"}
 
 
+def pytest_addoption(parser):
+    parser.addoption("--name", default="", help="run the tests whose name contains this, to the letter")
+
+
+def pytest_collection_modifyitems(config, items):
+    name = config.getoption("--name")
+    config.hook.pytest_deselected(items=[item for item in items if name not in item.nodeid])
+    items[:] = [item for item in items if name in item.nodeid]
+
+
 class Outcome(NamedTuple):
     status: int  # negative: the signal that ended the run
     out: bytes

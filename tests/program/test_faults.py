@@ -21,7 +21,7 @@ from cache import CACHE, FITS, PHOTO, Cache, report, report_all
 from conftest import Machine, Outcome
 from test_elevation import polkit  # noqa: F401 (a fixture)
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, PATH, listing, shown, stored
-from tracing import Call, Traced, strace
+from tracing import Call, Traced, is_sanitized, is_the_tools, strace
 
 # What each call can fail with. brk says in a way of its own that there is no memory.
 ERRORS = {
@@ -53,11 +53,6 @@ ERRORS = {
 }
 # execve because all that follows it is a program that started, fcntl because it is only asked for a file's flags.
 NEVER_FAILS = {"execve", "exit_group", "fcntl", "geteuid", "set_tid_address"}
-
-
-def is_the_tools(call: Call) -> bool:
-    """Whether a call is the tool's and not one of a sanitizer, which complains for itself."""
-    return call.name in ("clone", "wait4") or call.subject.startswith(("/usr/share/", "/usr/bin/", "/home/", "std"))
 
 
 def faults(traced: Traced) -> list[str]:
@@ -251,7 +246,7 @@ def left_open(trace: list[Traced]) -> set[str]:
 @pytest.mark.parametrize("kind", KINDS.values(), ids=KINDS)
 def test_no_failing_call_does_more_harm_than_it_must(machine, installed_tool, kind):
     model, words, user, how = kind
-    sanitized = b"__asan_init" in installed_tool.read_bytes()
+    sanitized = is_sanitized(installed_tool)
 
     def run(*options: str) -> tuple[Outcome, list[Traced], Files]:
         outcome, trace = inside.run(words, user, options, env={"HOME": "/home/ann"})

@@ -9,6 +9,7 @@ from cache import CACHE, FITS, PHOTO, report, report_all
 from conftest import TOOL, Outcome
 from test_elevation import polkit  # noqa: F401 (a fixture)
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, listing, shown, stored
+from tracing import is_sanitized
 
 SET_MONO = ["--set", "cfa=mono"]
 HOME = {"HOME": "/home/ann"}
@@ -139,7 +140,7 @@ def test_read_only_mount_is_beyond_elevation_too(furnished):
 @pytest.mark.usefixtures("polkit")
 @EACH_RUN
 def test_without_proc_only_elevation_is_missing(furnished, installed_tool, words, user, outcome, after):
-    if b"__asan_init" in installed_tool.read_bytes():
+    if is_sanitized(installed_tool):
         pytest.skip("the address sanitizer needs /proc")
     if user == "ann" and after == SAVED:
         outcome, after = Outcome(1, NOTICE, CANNOT_WRITE), BEFORE
@@ -160,7 +161,7 @@ def memory(kib: int) -> list[str]:
 
 @pytest.fixture
 def unsanitized(installed_tool):
-    if b"__asan_init" in installed_tool.read_bytes():
+    if is_sanitized(installed_tool):
         pytest.skip("the address sanitizer reserves terabytes of addresses")
 
 

@@ -32,6 +32,15 @@ class Call(NamedTuple):
     nth: int
 
 
+def is_sanitized(tool: Path) -> bool:
+    return b"__asan_init" in tool.read_bytes()
+
+
+def is_the_tools(call: Call) -> bool:
+    """Whether a call is the tool's own, and not one of the sanitizer in it, which complains for itself."""
+    return call.name in ("clone", "wait4") or call.subject.startswith(("/usr/share/", "/usr/bin/", "/home/", "std"))
+
+
 class Traced(NamedTuple):
     call: Call
     raw: tuple[str, int]  # the name as strace has it, and how many of that name there have been, this one included
