@@ -36,6 +36,8 @@ CLEAR = [TOOL, "--clear-thumb-cache"]  # the cache that XDG_CACHE_HOME names
 GREP = ["grep", "-rlF", "-e.xisf", "-e.fits", "-e.fit", "-e.fts", "-e.kxproj"]
 FEW, SOME, MANY, MILLION = 1000, 3000, 20_000, 1_000_000
 
+NOISE = 0.05  # by how much what is the same may differ from one measurement to the next
+
 HEADINGS = ("", "nebulark-ctl", "against", "which has", "ratio", "at most", "reached")
 WORDS = (0, 2)  # the columns of words, flush left; the others are flush right
 
@@ -52,7 +54,7 @@ def row(what, tool, against, other, ratio, bound="", reached=None):
 def compare(what, shown, tool, against, other, bound=None):
     """Adds two numbers, in the way they are shown, whose ratio is to be at most the bound."""
     ratio = tool / other
-    row(what, shown(tool), against, shown(other), ratio, f"{bound} times" if bound else "", ratio <= bound if bound else None)
+    row(what, shown(tool), against, shown(other), ratio, times(bound) if bound else "", ratio <= bound if bound else None)
 
 
 def print_table():
@@ -65,6 +67,10 @@ def print_table():
 
 def time(seconds):
     return f"{seconds * 1000:.1f} ms" if seconds < 0.9995 else f"{seconds:.2f} s"
+
+
+def times(factor):
+    return f"{factor:.2f} times"
 
 
 def kib(size):
@@ -206,13 +212,12 @@ def measure_growth(place, most, memory_for_few, *how):
         floor = [[FLOOR, directory] for directory in (small, large)]
         tool_small, tool_large, floor_small, floor_large = race(6, 1, *tool, *floor)
         memory = peak_memory(*CLEAR)
-    what = f"scanning {most:,} thumbnails, all kept"
-    compare(what, time, tool_large, "floor", floor_large)
-    growth = tool_large / tool_small
-    row(what, time(tool_large), f"{most // 4:,} of them", time(tool_small), growth, "4 times", round(growth, 1) <= 4)
-    what = f"peak memory for {most:,} thumbnails"
-    more = memory - memory_for_few
-    row(what, kib(memory), f"{FEW:,} of them", kib(memory_for_few), memory / memory_for_few, "the same", more <= 128)
+    compare(f"scanning {most:,} thumbnails, all kept", time, tool_large, "floor", floor_large)
+    tool, floor = tool_large / tool_small, floor_large / floor_small
+    what = f"the same, of {most // 4:,}"
+    row(what, times(tool), "floor", times(floor), tool / floor, times(4), tool <= 4 * (1 + NOISE))
+    what, limit = f"peak memory for {most:,} thumbnails", memory_for_few * (1 + NOISE)
+    row(what, kib(memory), f"{FEW:,} of them", kib(memory_for_few), memory / memory_for_few, "the same", memory <= limit)
 
 
 def file_system(directory):

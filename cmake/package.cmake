@@ -4,8 +4,8 @@
 set(changelog ${PROJECT_SOURCE_DIR}/data/package/changelog)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${changelog})
 
-# Reads Debian's changelog, whose latest entry comes first, and writes the same as RPM would have it. For the latest entry it
-# answers version, release, contact and date.
+# Reads Debian's changelog, whose latest entry comes first, and writes the same as RPM would have it. Answers version,
+# release, contact and date of the latest entry.
 function(read_changelog rpm_changelog)
   file(STRINGS ${changelog} lines)
   foreach(line IN LISTS lines)

@@ -36,12 +36,9 @@ BECOME = {
 TRACED = {"ASAN_OPTIONS": "detect_leaks=0"}
 
 
-def pytest_addoption(parser):
-    parser.addoption("--name", default="", help="run the tests whose name contains this, to the letter")
-
-
 def pytest_collection_modifyitems(config, items):
-    name = config.getoption("--name")
+    """Runs what TEST_NAME is part of, to the letter; pytest's own -k reads an expression, and folds case."""
+    name = os.environ.get("TEST_NAME", "")
     config.hook.pytest_deselected(items=[item for item in items if name not in item.nodeid])
     items[:] = [item for item in items if name in item.nodeid]
 
@@ -110,9 +107,10 @@ class Machine:
 
 def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedProcess:
     """Runs a command in a sandbox with these three directories, and in a session of its own, so that a signal to its
-    process group does not reach the tests. The time limit only keeps a hang from lasting."""
+    process group does not reach the tests, nor the signals that they ignore it: those of a test run under nohup or in
+    the background. The time limit only keeps a hang from lasting."""
     return subprocess.run(
-        [HERE / "sandbox", root, *command],
+        ["/usr/bin/env", "--default-signal", HERE / "sandbox", root, *command],
         env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"},
         cwd="/",
         capture_output=True,

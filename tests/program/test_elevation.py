@@ -196,6 +196,16 @@ def test_failing_second_runs_own_words_stand_before_the_message(machine):
     assert run == (1, NOTICE + b"said\ncomplained\n" + CANNOT_WRITE, b"")
 
 
+def test_pkexec_that_is_stopped_for_a_while_is_waited_for(machine):
+    machine.pkexec("""#!/bin/sh
+        (until grep -q "State:.T" /proc/$$/status; do :; done; kill -CONT $$) &
+        kill -STOP $$
+        wait
+        echo went on
+    """)
+    assert machine.run(*SET_MONO, user="ann") == (0, NOTICE + b"went on\n" + listing(), b"")
+
+
 def test_signal_from_the_terminal_ends_both_runs(machine):
     machine.pkexec("#!/bin/sh\nkill -TERM 0\n")
     assert machine.run(*SET_MONO, user="ann") == (-signal.SIGTERM, NOTICE, b"")
@@ -219,12 +229,15 @@ def test_root_never_elevates(machine):
     assert machine.run(*SET_MONO) == TOLD_NOTHING_CHANGED
 
 
-def test_rights_of_the_tool_that_its_user_lacks_neither_save_nor_elevate(machine):
+@pytest.mark.parametrize("files", [{}, {"preferences.conf": "labelformat=on\n"}], ids=["no file", "root's file"])
+def test_rights_of_the_tool_that_its_user_lacks_neither_save_nor_elevate(machine, files):
     # Set-user-id root: what may be written is judged by who runs the tool, who is root by what the process may do.
     machine.pkexec("#!/bin/sh\necho ran\n")
+    for name, content in files.items():
+        (machine.prefs.parent / name).write_text(content)
     own = 'mount -t tmpfs tmpfs /home; cp /usr/bin/nebulark-ctl /home/ctl; chmod 4755 /home/ctl; exec "$@"'
     assert machine.run(*SET_MONO, user="ann", tool=["/home/ctl"], script=own) == TOLD_NOTHING_CHANGED
-    assert list(machine.prefs.parent.iterdir()) == []
+    assert {path.name: path.read_text() for path in machine.prefs.parent.iterdir()} == files
 
 
 # The system calls of it
@@ -277,3 +290,11 @@ def test_pkexec_is_started_by_its_path_under_its_plain_name(machine):
     words = '["pkexec", "/usr/bin/nebulark-ctl", "--set", "cfa=mono"]'
     variables = '["ASAN_OPTIONS=detect_leaks=0", "A=b"]'
     assert last.split(maxsplit=1)[1] == f'execve("/usr/bin/pkexec", {words}, {variables}) = 0'
+
+
+def test_child_in_which_pkexec_cannot_be_started_ends_as_in_a_shell(machine):
+    machine.pkexec("#!/no/such/interpreter\n")
+    strace = 'exec strace -f -q -e signal=none -e trace=none -o /home/trace "$@"'
+    assert machine.run(*SET_MONO, user="ann", env=TRACED, script=strace) == TOLD_NOTHING_CHANGED
+    ends = [line.split(maxsplit=1)[1] for line in (machine.home / "trace").read_text().splitlines()]
+    assert ends == ["+++ exited with 127 +++", "+++ exited with 1 +++"]

@@ -110,8 +110,10 @@ def test_prefs_shows_the_defaults_without_a_file(machine, user, suffix):
 
 
 def test_lines_before_a_read_error_count(machine):
-    # The error comes with the second buffer of the file, in the middle of a comment.
-    machine.prefs.write_text("cfa=mono\n#" + "." * MEGABYTE + "\nlabelformat=on\n")
+    # The error comes behind 4096 bytes: what has been read of the line there would count, were it the whole line.
+    start, cut_off = "cfa=mono\n#", "\nlabelformat=on"
+    read = start + "." * (4096 - len(start + cut_off)) + cut_off
+    machine.prefs.write_text(read + "e\n#" + "." * MEGABYTE + "\nlabelcorner=topleft\n")
     failing = f'exec strace -f -o /dev/null -P {PATH.decode()} -e inject=read:error=EIO:when=2 "$@"'
     assert machine.run("--prefs", env=TRACED, script=failing) == (0, shown(cfa="mono"), b"")
 

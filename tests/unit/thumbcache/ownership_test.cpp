@@ -55,8 +55,8 @@ FileHandle open_bytes(std::string_view bytes) {
 // A path to open such a file by once more.
 std::string path_of(const FileHandle& file) { return "/proc/self/fd/" + std::to_string(::fileno(file.get())); }
 
-void expect_tags_in(std::FILE* file, const ThumbnailTags& expected) {
-  const ThumbnailTags tags = read_thumbnail_tags(file);
+void expect_tags_in(std::FILE* file, const ThumbnailTags& expected, std::size_t size = 0) {
+  const ThumbnailTags tags = read_thumbnail_tags(file, size);
   EXPECT_EQ(tags.uri, expected.uri);
   EXPECT_EQ(tags.mimetype, expected.mimetype);
 }
@@ -71,6 +71,12 @@ void expect_tags(std::string_view bytes, const ThumbnailTags& expected) {
     ASSERT_TRUE(file);
     ASSERT_EQ(std::setvbuf(file.get(), buffer.data(), buffering.mode, buffer.size()), 0);
     expect_tags_in(file.get(), expected);
+  }
+  for (const std::size_t size : {std::size_t{1}, std::size_t{7}, bytes.size() - 1, bytes.size(), bytes.size() + 1}) {
+    SCOPED_TRACE(testing::Message() << "a file that is said to have " << size << " bytes");
+    const FileHandle file(std::fopen(path_of(original).c_str(), "rb"));
+    ASSERT_TRUE(file);
+    expect_tags_in(file.get(), expected, size);
   }
 }
 
