@@ -364,6 +364,8 @@ TEST(ReadThumbnailTags, StopsAtAChunkThatGoesOnBehindTheEndOfTheFile) {
     for (const std::string_view type : {"tEXt", "skIp"})
       expect_tags(png({uri_chunk("before"), chunk_header(length, type), missing}), {"before", ""});
   }
+  for (const std::string_view type : {"tEXt", "skIp"})
+    expect_tags(png({uri_chunk("before"), chunk_header(100, type), uri_chunk("inside")}), {"before", ""});
 }
 
 TEST(ReadThumbnailTags, LeavesTheFileOpen) {
