@@ -34,18 +34,26 @@ static const struct size_dir {
     {"fail/gnome-thumbnail-factory", 10, 1, 0, 0},
 };
 static int directories[LENGTH(size_dirs)];
-enum { FAILED = LENGTH(size_dirs) - 1 };
+enum { FAILED = LENGTH(size_dirs) - 1 }; /* where the failure markers are */
 
 static const struct kind {
   const char *ending, *type;
-} astronomical[] =
+} kinds[2][5] = {
     {
-        {"fits", "application/fits"}, {"fit", "application/fits"},        {"FIT", "application/fits"},
-        {"xisf", "image/x-xisf"},     {"kxproj", "application/x-kxproj"},
-},
-  other[] = {
-      {"jpg", "image/jpeg"}, {"JPG", "image/jpeg"},      {"png", "image/png"},
-      {"mp4", "video/mp4"},  {"pdf", "application/pdf"},
+        {"jpg", "image/jpeg"},
+        {"JPG", "image/jpeg"},
+        {"png", "image/png"},
+        {"mp4", "video/mp4"},
+        {"pdf", "application/pdf"},
+    },
+    {
+        /* astronomical */
+        {"fits", "application/fits"},
+        {"fit", "application/fits"},
+        {"FIT", "application/fits"},
+        {"xisf", "image/x-xisf"},
+        {"kxproj", "application/x-kxproj"},
+    },
 };
 
 static const char* const folders[] = {
@@ -174,8 +182,7 @@ static void write_thumbnail(uint64_t number, bool is_astronomical, bool holes) {
   char name[64];
   snprintf(name, sizeof name, "%016jx%016jx.png", (uintmax_t)next(&random), (uintmax_t)next(&random));
   const size_t size_dir = choose_size_dir(&random);
-  const struct kind* const kinds = is_astronomical ? astronomical : other;
-  write_head(&head, &random, size_dir, kinds + next(&random) % LENGTH(other));
+  write_head(&head, &random, size_dir, &kinds[is_astronomical][next(&random) % LENGTH(kinds[0])]);
   const size_t image_size = choose_image_size(&random, &size_dirs[size_dir]);
   add_chunk_start(&head, "IDAT", image_size);
   add_number(&tail, 0);

@@ -1,11 +1,11 @@
-"""Measures nebulark-ctl against what else does the same work, and prints a table. script/bench builds both and starts it.
+"""Measures nebulark-ctl against what else does the same work, and prints a table. script/bench starts it.
 
     measure.py [--large] [DIRECTORY]
 
 A time is the processor time of a whole process, its own and the kernel's for it, as hyperfine reads it. None of them
-waits for anything but the disk, so on an idle machine that is nearly all the time there is, and on a busy one it does not
-count what others take. The sides of a comparison take turns, so that a machine that slows down meanwhile slows all of
-them, and the median of a side's rounds counts.
+waits for anything but the disk, so on an idle machine that is nearly all the time there is, and on a busy one others do
+not count. The sides of a comparison take turns, so that a machine that slows down meanwhile slows all of them, and the
+median of a side's rounds counts.
 
 Caches are temporary directories where temporary files go, by default on an ordinary file system, as real caches are. In
 memory, on tmpfs, what the kernel does for a file is less, and so is what there is to compare with: there the ratios are
@@ -54,7 +54,8 @@ def row(what, tool, against, other, ratio, bound="", reached=None):
 def compare(what, shown, tool, against, other, bound=None):
     """Adds two numbers, in the way they are shown, whose ratio is to be at most the bound."""
     ratio = tool / other
-    row(what, shown(tool), against, shown(other), ratio, times(bound) if bound else "", ratio <= bound if bound else None)
+    within = (times(bound), ratio <= bound) if bound else ()
+    row(what, shown(tool), against, shown(other), ratio, *within)
 
 
 def print_table():
@@ -214,10 +215,10 @@ def measure_growth(place, most, memory_for_few, *how):
         memory = peak_memory(*CLEAR)
     compare(f"scanning {most:,} thumbnails, all kept", time, tool_large, "floor", floor_large)
     tool, floor = tool_large / tool_small, floor_large / floor_small
-    what = f"the same, of {most // 4:,}"
+    what = f"time for 4 times {most // 4:,} thumbnails"
     row(what, times(tool), "floor", times(floor), tool / floor, times(4), tool <= 4 * (1 + NOISE))
-    what, limit = f"peak memory for {most:,} thumbnails", memory_for_few * (1 + NOISE)
-    row(what, kib(memory), f"{FEW:,} of them", kib(memory_for_few), memory / memory_for_few, "the same", memory <= limit)
+    what, growth = f"peak memory for {most:,} thumbnails", memory / memory_for_few
+    row(what, kib(memory), f"{FEW:,} of them", kib(memory_for_few), growth, "the same", growth <= 1 + NOISE)
 
 
 def file_system(directory):
@@ -243,7 +244,8 @@ def main():
         measure_growth(large_place, MILLION, memory, "--holes")
 
     print(f"{run(TOOL, '--version').strip()} on Linux {platform.release()}, {platform.machine()};", end=" ")
-    print(f"caches on {file_system(place)}" + f", the million on {file_system(large_place)}" * options.large, end="\n\n")
+    million = f", the million on {file_system(large_place)}" if options.large else ""
+    print(f"caches on {file_system(place)}" + million, end="\n\n")
     print_table()
 
 

@@ -33,7 +33,7 @@ def fill(machine, content: bytes, count: int):
 
 
 def calls_for_a_file(machine, content: bytes, *words: str, expect) -> dict[str, int]:
-    """How many calls of which name one more file of this content takes; `expect` gives the outcome for so many files."""
+    """How many calls of which name one file more of this content takes; `expect` gives the outcome for so many."""
     counts = []
     with strace(machine) as inside:
         for count in (FILES, 2 * FILES):

@@ -15,8 +15,6 @@ import pytest
 
 from conftest import ANN, HERE, TOOL
 from page import PAGE, built_page  # noqa: F401 (a fixture)
-from test_elevation import polkit  # noqa: F401 (a fixture)
-from test_polkit import desk, write  # noqa: F401 (a fixture)
 from texts import HINT, NOTICE, listing
 from vocabulary import SOURCES, Preference, commands, levels, preferences, stored_preferences, table
 
@@ -231,7 +229,7 @@ def test_transcripts_are_what_the_tool_does(page, machine, transcripts):
 
 def test_rule_lets_its_group_change_the_preferences(page, desk):
     (rule,) = [pre for pre in in_page("manual")(page) if "polkit" in pre]
-    write(desk.rules / "10-nebulark.rules", rule)
+    (desk.rules / "10-nebulark.rules").write_text(rule)
     with open(desk.etc / "group", "a") as group:
         group.write("observers:x:1002:ann\n")
     changed = listing(cfa="mono")

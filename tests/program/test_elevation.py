@@ -1,6 +1,5 @@
 """Changing the preferences with another's rights: the run under pkexec, and what becomes of it."""
 
-import shutil
 import signal
 
 import pytest
@@ -10,17 +9,6 @@ from texts import CANNOT_WRITE, HINT, NOTICE, listing, stored
 
 TOLD_NOTHING_CHANGED = (1, NOTICE, CANNOT_WRITE)
 SET_MONO = ["--set", "cfa=mono"]
-
-
-@pytest.fixture
-def polkit(machine):
-    """Gives the machine a pkexec that does what it is for: it runs its words as root, without asking."""
-    become_root = machine.bin / "become-root"
-    shutil.copy("/usr/bin/setpriv", become_root)
-    become_root.chmod(0o4755)
-    machine.pkexec('#!/bin/sh\nexec /usr/bin/become-root --reuid=0 --regid=0 --clear-groups -- "$@"\n')
-    yield
-    become_root.unlink()
 
 
 # The second run does the work

@@ -19,7 +19,6 @@ import png
 import pytest
 from cache import CACHE, FITS, PHOTO, Cache, report, report_all
 from conftest import Machine, Outcome
-from test_elevation import polkit  # noqa: F401 (a fixture)
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, PATH, listing, shown, stored
 from tracing import Call, Traced, is_sanitized, is_the_tools, strace
 

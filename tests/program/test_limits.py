@@ -7,7 +7,6 @@ import os
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all
 from conftest import TOOL, Outcome
-from test_elevation import polkit  # noqa: F401 (a fixture)
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, listing, shown, stored
 from tracing import is_sanitized
 

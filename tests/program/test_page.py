@@ -22,7 +22,16 @@ FLAGS = [
     "--disable-background-networking",
     "--disable-component-update",
     "--disable-sync",
+    "--disable-dev-shm-usage",  # a chroot may have no /dev/shm
 ]
+
+
+class Driver(Service):
+    """The browser's driver, found without a host of the name localhost, which a bare system does not know."""
+
+    @property
+    def service_url(self) -> str:
+        return f"http://127.0.0.1:{self.port}"
 
 
 class Browser:
@@ -31,7 +40,7 @@ class Browser:
         for flag in (*FLAGS, f"--user-data-dir={profile}"):
             options.add_argument(flag)
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-        service = Service("/usr/bin/chromedriver", env={"HOME": str(profile), "PATH": "/usr/bin:/bin"})
+        service = Driver("/usr/bin/chromedriver", env={"HOME": str(profile), "PATH": "/usr/bin:/bin"})
         self.driver = webdriver.Chrome(service=service, options=options)
 
     def open(self, scheme: str, width: int):

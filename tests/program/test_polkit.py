@@ -4,162 +4,19 @@ Nothing stands in for polkit here: dbus-daemon, polkitd, pkexec and an agent tha
 ones, with users, passwords and rules of the machine's own.
 """
 
-import io
 import os
-import pwd
-import re
 import shutil
 import subprocess
-from collections.abc import Mapping, Sequence
-from pathlib import Path
 
-import pexpect
 import pytest
 
-from conftest import ANN, BECOME, HERE, TOOL, Machine
+from conftest import TOOL
+from desk import ACTION, INTERRUPT, PASSWORD, RUN_THE_COMMAND, START_AGENT
 from texts import CANNOT_WRITE, HINT, NOTICE, listing, stored
 
-SOURCE = HERE.parents[1] / "data/polkit/nebulark.ctl.policy.in"
-ACTION = b"nebulark.ctl.set-preferences"
 MESSAGE = b"Authentication is required to change how Nebulark draws thumbnails, for every user of this machine."
 GENERAL_ACTION = b"org.freedesktop.policykit.exec"
 SET_MONO = ["--set", "cfa=mono"]
-
-# What Debian installs below /usr/share for the system bus and polkit.
-SERVICES = [
-    "dbus-1/system.conf",
-    "dbus-1/system.d/org.freedesktop.PolicyKit1.conf",
-    "dbus-1/system-services/org.freedesktop.PolicyKit1.service",
-    "polkit-1/actions/org.freedesktop.policykit.policy",
-    "polkit-1/rules.d/50-default.rules",
-]
-
-# The administrator, by polkit's default rule, is whoever is in the group sudo.
-ADMIN = 1001
-PASSWORD = "sesame"
-PASSWORD_HASH = "$6$nebulark$pSArLNX2lMV0U3/tv.cnXf6hTos1rcrMz..UtR5k8Z5N2bbkrBA0emrfP0kAAKc2eaOqHNnsjGw7TJr7cdFu31"
-ETC = {
-    "passwd": f"root:x:0:0::/root:/bin/sh\nann:x:{ANN}:{ANN}::/home/ann:/bin/sh\nadmin:x:{ADMIN}:{ADMIN}::/:/bin/sh\n",
-    "shadow": f"root:*:1::::::\nann:*:1::::::\nadmin:{PASSWORD_HASH}:1::::::\n",
-    "group": f"root:x:0:\nsudo:x:27:admin\nann:x:{ANN}:\nadmin:x:{ADMIN}:\n",
-    "pam.d/common-auth": "auth required pam_unix.so nodelay\n",
-    "pam.d/common-account": "account required pam_unix.so\n",
-    "pam.d/common-password": "password required pam_unix.so\n",
-    "pam.d/common-session-noninteractive": "session required pam_unix.so\n",
-}
-
-# Run by sh, as root, as process 1 of a namespace of processes, so that whatever it starts ends with it. A place that is
-# a mount point may be shared with the outside, even in a mount namespace, until it is made private. The bus starts
-# polkitd by itself when somebody first calls it.
-BOOT = """
-set -eu
-etc=$1 session=$2 times=$3
-shift 3
-for place in /etc /proc /run /sys; do
-    if mountpoint -q $place; then mount --make-private $place; fi
-done
-mount --bind "$etc" /etc
-mount -t proc proc /proc
-mount -t tmpfs tmpfs /run
-mkdir /run/dbus
-dbus-daemon --system
-eval "$session"
-status=0
-for time in $(seq $times); do "$@" || status=$?; done
-exit $status
-"""
-
-# A login session exists when logind says so, which needs an init system. What polkitd reads of one, in logind's files
-# and in the control group of the process, is therefore written down in its place: session c1 is ann's.
-SESSION = """
-mount -t tmpfs tmpfs /sys
-mkdir -p /sys/fs/cgroup /run/systemd/seats /run/systemd/sessions /run/systemd/users /run/systemd/machines
-mount -t cgroup2 cgroup2 /sys/fs/cgroup
-echo 0::/user.slice/user-{user}.slice/session-c1.scope >/run/cgroup
-echo UID={user} >/run/systemd/sessions/c1
-echo SEAT={seat} >>/run/systemd/sessions/c1
-echo STATE={state} >/run/systemd/users/{user}
-"""
-IN_SESSION = ["sh", "-c", 'mount --bind /run/cgroup /proc/$$/cgroup; exec "$@"', "sh"]
-
-# Where there is no desktop, an agent has to be started for the one process that starts pkexec: here for this sh, or for
-# the tool that takes its place. It closes the descriptor when polkit knows of it, for which sh waits, and lives on in
-# the background. The exit keeps sh from making way for its last command.
-START_AGENT = ': "$(pkttyagent --process $$ --notify-fd 3 3>&1 >/dev/tty 2>&1 &)"\n'
-BECOME_THE_COMMAND = START_AGENT + 'exec "$@"'
-RUN_THE_COMMAND = START_AGENT + '"$@"; exit'
-
-INTERRUPT = "\x03"
-
-
-class Desk:
-    """A machine with polkit and the tool's policy, and ann at a terminal."""
-
-    def __init__(self, machine: Machine):
-        self.machine = machine
-        self.prefs = machine.prefs
-        self.etc = machine.root / "etc"
-        self.rules = self.etc / "polkit-1/rules.d"
-        self.policy = machine.share / "polkit-1/actions" / SOURCE.stem
-        shutil.copy2("/usr/bin/pkexec", machine.bin)
-        for name in SERVICES:
-            write(machine.share / name, Path("/usr/share", name).read_text())
-        write(self.policy, SOURCE.read_text().replace("@CMAKE_INSTALL_FULL_BINDIR@", "/usr/bin"))
-        for name, text in ETC.items():
-            write(self.etc / name, text)
-        self.rules.mkdir(parents=True)
-        for name in ("messagebus", "polkitd"):  # whom files outside /etc belong to: as on the real machine
-            user = pwd.getpwnam(name)
-            with open(self.etc / "passwd", "a") as passwd, open(self.etc / "group", "a") as group:
-                passwd.write(f"{name}:x:{user.pw_uid}:{user.pw_gid}::/:/usr/sbin/nologin\n")
-                group.write(f"{name}:x:{user.pw_gid}:\n")
-
-    def rule(self, result: str):
-        """Adds an administrator's rule for what ann asks of the tool's own action."""
-        condition = f'action.id == "{ACTION.decode()}" && subject.user == "ann"'
-        text = f"polkit.addRule(function(action, subject) {{ if ({condition}) return polkit.Result.{result}; }});\n"
-        write(self.rules / "10-nebulark.rules", text)
-
-    def run(
-        self,
-        *command: str,
-        keys: Sequence[str] = (),
-        shell: str = BECOME_THE_COMMAND,
-        session: Mapping[str, str] = {},
-        times: int = 1,
-    ) -> tuple[int, bytes]:
-        """Runs a command in ann's name and gives its status, and all that the terminal showed but for its colours.
-
-        keys     what she types at each password prompt in turn; at any further one she presses Ctrl-C
-        shell    starts the agent, and then the command, which is "$@"
-        session  the seat (empty: none) of the session that she is in, and her state as a user; {}: she is in no session
-        times    how often all this is done, one after another
-        """
-        boot = ["unshare", "--pid", "--fork", "--kill-child", "sh", "-c", BOOT, "sh", self.etc]
-        login = [SESSION.format(user=ANN, **session), times, *IN_SESSION] if session else ["", times]
-        # Tests that are run in the background have inherited that Ctrl-C is ignored; ann has not.
-        user = [*BECOME["ann"], "env", "-i", "--default-signal=INT", "PATH=/usr/bin", "sh", "-c", shell, "sh"]
-        arguments = map(str, [self.machine.root, *boot, *login, *user, *command])
-        path = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
-        with pexpect.spawn(str(HERE / "sandbox"), list(arguments), cwd="/", env=path, timeout=60) as terminal:
-            terminal.logfile_read = shown = io.BytesIO()
-            terminal.delaybeforesend = None
-            left = iter(keys)
-            while terminal.expect_exact([b"Password: ", pexpect.EOF]) == 0:
-                assert terminal.waitnoecho()  # what is typed before that is thrown away
-                terminal.send(next(left, INTERRUPT))
-            terminal.wait()
-        return terminal.exitstatus, re.sub(rb"\x1b\[[0-9;]*m", b"", shown.getvalue()).replace(b"\r\n", b"\n")
-
-
-def write(path, text):
-    path.parent.mkdir(parents=True, exist_ok=True)
-    path.write_text(text)
-
-
-@pytest.fixture
-def desk(machine):
-    return Desk(machine)
 
 
 def question(action=ACTION, message=MESSAGE):

@@ -11,6 +11,7 @@ from typing import NamedTuple
 
 from conftest import BECOME, HERE, TOOL, TRACED, Machine, Outcome
 
+ENTERED = {"mount": "ns/mnt", "root": "root", "wd": "cwd"}
 PATHS = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
 
 # The same call has another name on another processor, or in another libc.
@@ -106,4 +107,6 @@ def strace(machine: Machine) -> Iterator[Strace]:
     pipes = dict(stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     with subprocess.Popen(waiting, env=PATHS, cwd="/", start_new_session=True, **pipes) as process:
         assert process.stdout.read(1) == b"\n"
-        yield Strace(machine, ["/usr/bin/nsenter", f"--mount=/proc/{process.pid}/ns/mnt", "--"])
+        # The root directory too: where it is that of a chroot, entering the namespace would leave it.
+        entered = [f"--{what}=/proc/{process.pid}/{place}" for what, place in ENTERED.items()]
+        yield Strace(machine, ["/usr/bin/nsenter", *entered, "--"])
