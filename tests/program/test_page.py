@@ -6,6 +6,7 @@ import pytest
 from selenium import webdriver
 from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common import utils
 
 from page import PAGE, built_page  # noqa: F401 (a fixture)
 from vocabulary import levels
@@ -32,6 +33,9 @@ class Driver(Service):
     @property
     def service_url(self) -> str:
         return f"http://127.0.0.1:{self.port}"
+
+    def is_connectable(self) -> bool:
+        return utils.is_connectable(self.port, "127.0.0.1")
 
 
 class Browser:
