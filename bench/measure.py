@@ -36,7 +36,7 @@ CLEAR = [TOOL, "--clear-thumb-cache"]  # the cache that XDG_CACHE_HOME names
 GREP = ["grep", "-rlF", "-e.xisf", "-e.fits", "-e.fit", "-e.fts", "-e.kxproj"]
 FEW, SOME, MANY, MILLION = 1000, 3000, 20_000, 1_000_000
 
-NOISE = 0.05  # by how much what is the same may differ from one measurement to the next
+NOISE = 0.05  # two measurements of the same differ by less than this part of it
 
 HEADINGS = ("", "nebulark-ctl", "against", "which has", "ratio", "at most", "reached")
 WORDS = (0, 2)  # the columns of words, flush left; the others are flush right
@@ -67,7 +67,9 @@ def print_table():
 
 
 def time(seconds):
-    return f"{seconds * 1000:.1f} ms" if seconds < 0.9995 else f"{seconds:.2f} s"
+    if seconds >= 1:
+        return f"{seconds:.2f} s"
+    return f"{seconds * 1000:.{1 if seconds >= 0.01 else 2}f} ms"
 
 
 def times(factor):
@@ -106,7 +108,8 @@ def race(rounds, runs, *commands, before=None):
     with tempfile.NamedTemporaryFile("r") as result:
         how = ["--shell=none", "--style=none", "--ignore-failure", f"--runs={runs}", f"--export-json={result.name}"]
         for turn in range(rounds):
-            run("hyperfine", *how, *prepare, *texts[:: -1 if turn % 2 else 1])
+            first = turn % len(texts)
+            run("hyperfine", *how, *prepare, *texts[first:], *texts[:first])
             for timed in json.loads(Path(result.name).read_text())["results"]:
                 expected = 1 if timed["command"].startswith("grep") else 0  # it finds nothing
                 if set(timed["exit_codes"]) != {expected}:
@@ -185,7 +188,9 @@ def time_scanning(place):
 def time_clearing(place):
     with cache(place, MANY // 4) as (directory, fill):
         rm, find = ["rm", "-rf", f"{directory}/thumbnails"], ["find", directory, "-type", "f", "-delete"]
-        tool, rm, find = race(9, 1, [*CLEAR, "--all"], rm, find, before=fill)
+        # What ran before has left a directory or not; all are to find a new one.
+        anew = ["sh", "-c", f"{shlex.join(rm)} && {shlex.join(map(str, fill))}"]
+        tool, rm, find = race(12, 1, [*CLEAR, "--all"], rm, find, before=anew)
     what = f"clearing {MANY // 4:,} files with --all"
     compare(what, time, tool, "rm -rf", rm, 1.1)
     compare(what, time, tool, "find -delete", find, 1.1)
@@ -216,7 +221,7 @@ def measure_growth(place, most, memory_for_few, *how):
     compare(f"scanning {most:,} thumbnails, all kept", time, tool_large, "floor", floor_large)
     tool, floor = tool_large / tool_small, floor_large / floor_small
     what = f"time for 4 times {most // 4:,} thumbnails"
-    row(what, times(tool), "floor", times(floor), tool / floor, times(4), tool <= 4 * (1 + NOISE))
+    row(what, times(tool), "floor", times(floor), tool / floor, "4 times", tool <= 4 * (1 + NOISE))
     what, growth = f"peak memory for {most:,} thumbnails", memory / memory_for_few
     row(what, kib(memory), f"{FEW:,} of them", kib(memory_for_few), growth, "the same", growth <= 1 + NOISE)
 
