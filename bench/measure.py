@@ -101,9 +101,9 @@ def cache(place, count, percent=0, *how):
 
 
 def race(rounds, runs, *commands, before=None):
-    """The seconds of each command. It runs so many times in each round, each time after the command `before`."""
+    """The seconds of each command, which runs so many times in each round, and each time after the command `before`."""
     texts = [shlex.join(map(str, command)) for command in commands]
-    prepare = ["--warmup=1"] if before is None else ["--prepare", shlex.join(map(str, before))]
+    prepare = ["--prepare", shlex.join(map(str, before))] if before else []
     times = {text: [] for text in texts}
     with tempfile.NamedTemporaryFile("r") as result:
         how = ["--shell=none", "--style=none", "--ignore-failure", f"--runs={runs}", f"--export-json={result.name}"]
@@ -111,7 +111,7 @@ def race(rounds, runs, *commands, before=None):
             first = turn % len(texts)
             run("hyperfine", *how, *prepare, *texts[first:], *texts[:first])
             for timed in json.loads(Path(result.name).read_text())["results"]:
-                expected = 1 if timed["command"].startswith("grep") else 0  # it finds nothing
+                expected = 1 if timed["command"].startswith("grep ") else 0  # it is to find nothing
                 if set(timed["exit_codes"]) != {expected}:
                     sys.exit(f"{timed['command']}: status {timed['exit_codes']}")
                 times[timed["command"]].append(timed["user"] + timed["system"])
@@ -178,7 +178,7 @@ def count(place):
 def time_scanning(place):
     with cache(place, MANY) as (directory, _):
         unhardened = [UNHARDENED, *CLEAR[1:]]
-        tool, floor, grep, unhardened = race(10, 2, CLEAR, [FLOOR, directory], [*GREP, directory], unhardened)
+        tool, floor, grep, unhardened = race(21, 1, CLEAR, [FLOOR, directory], [*GREP, directory], unhardened)
     what = f"scanning {MANY:,} thumbnails, all kept"
     compare(what, time, tool, "floor", floor, 1.25)
     compare(what, time, tool, "grep -rl", grep, 0.75)
@@ -197,7 +197,7 @@ def time_clearing(place):
 
 
 def time_starting():
-    tool, hello = race(6, 200, [TOOL, "--version"], [HELLO])
+    tool, hello = race(7, 150, [TOOL, "--version"], [HELLO])
     compare("starting, with --version", time, tool, "hello", hello, 1.1)
 
 
@@ -216,7 +216,7 @@ def measure_growth(place, most, memory_for_few, *how):
     with cache(place, most // 4, 0, *how) as (small, _), cache(place, most, 0, *how) as (large, _):
         tool = [["env", f"XDG_CACHE_HOME={directory}", *CLEAR] for directory in (small, large)]
         floor = [[FLOOR, directory] for directory in (small, large)]
-        tool_small, tool_large, floor_small, floor_large = race(6, 1, *tool, *floor)
+        tool_small, tool_large, floor_small, floor_large = race(7, 1, *tool, *floor)
         memory = peak_memory(*CLEAR)
     compare(f"scanning {most:,} thumbnails, all kept", time, tool_large, "floor", floor_large)
     tool, floor = tool_large / tool_small, floor_large / floor_small
