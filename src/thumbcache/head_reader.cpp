@@ -24,20 +24,18 @@ bool HeadReader::read_long(std::size_t size, std::string_view& bytes) {
   return std::fread(long_.data() + got, 1, size - got, file_) == size - got;
 }
 
-bool HeadReader::read(std::size_t size, std::string_view& bytes) {
+bool HeadReader::read_on(std::size_t size, std::string_view& bytes) {
   if (size > buffer_size) return read_long(size, bytes);
   while (size > available()) {
     if (!fill()) return false;
   }
-  bytes = std::string_view(buffer_.data() + at_, size);
-  at_ += size;
-  return true;
+  return read(size, bytes);
 }
 
-bool HeadReader::skip(std::size_t size) {
-  const std::size_t inside = std::min(size, available());
-  at_ += inside;
-  return size == inside || std::fseek(file_, static_cast<long>(size - inside), SEEK_CUR) == 0;
+bool HeadReader::seek(std::size_t size) {
+  const std::size_t outside = size - available();
+  at_ = end_;
+  return std::fseek(file_, static_cast<long>(outside), SEEK_CUR) == 0;
 }
 
 } // namespace nebulark

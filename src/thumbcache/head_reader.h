@@ -23,14 +23,25 @@ public:
   HeadReader(std::FILE* file, std::size_t ahead) : file_(file), ask_(ahead > 0 ? ahead : buffer_size) {}
 
   // The next `size` bytes; they stand until the next call. Returns false where the file ends before them.
-  [[nodiscard]] bool read(std::size_t size, std::string_view& bytes);
+  [[nodiscard]] bool read(std::size_t size, std::string_view& bytes) {
+    if (size > available()) return read_on(size, bytes);
+    bytes = std::string_view(buffer_.data() + at_, size);
+    at_ += size;
+    return true;
+  }
 
   // Passes over `size` bytes, with a seek if they end outside the buffer. Returns false where seeking fails; passing
   // over the end of the file does not.
-  [[nodiscard]] bool skip(std::size_t size);
+  [[nodiscard]] bool skip(std::size_t size) {
+    if (size > available()) return seek(size);
+    at_ += size;
+    return true;
+  }
 
 private:
   [[nodiscard]] std::size_t available() const { return end_ - at_; }
+  [[nodiscard]] bool read_on(std::size_t size, std::string_view& bytes);
+  [[nodiscard]] bool seek(std::size_t size);
   [[nodiscard]] bool fill();
   [[nodiscard]] bool read_long(std::size_t size, std::string_view& bytes);
 

@@ -15,40 +15,49 @@ constexpr std::string_view png_signature = "\x89PNG\r\n\x1a\n";
 constexpr std::uint32_t longest_chunk = 1U << 20; // bytes; no thumbnailer writes a tag near this
 constexpr std::size_t crc_size = 4;
 
+// Written out, because compilers make this one instruction of it.
 std::uint32_t big_endian(std::string_view bytes) {
-  std::uint32_t number = 0;
-  for (const char byte : bytes)
-    number = number << 8 | static_cast<unsigned char>(byte);
-  return number;
+  const auto byte = [bytes](std::size_t at) { return std::uint32_t{static_cast<unsigned char>(bytes[at])}; };
+  return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
 }
 
-// Keeps the value of a text chunk whose keyword is one of the two that count. Without a NUL there is no keyword.
-void keep_tag(std::string_view data, ThumbnailTags& tags) {
-  const std::size_t nul = data.find('\0');
-  if (nul == std::string_view::npos) return;
-  const std::string_view keyword = data.substr(0, nul);
-  if (keyword == "Thumb::URI") tags.uri = data.substr(nul + 1);
-  if (keyword == "Thumb::Mimetype") tags.mimetype = data.substr(nul + 1);
-}
-
-bool read_tag(HeadReader& head, std::uint32_t length, ThumbnailTags& tags) {
+// Reads one text chunk. Tells `keep` its keyword and value; without a NUL there is no keyword, and nothing to keep.
+template <typename Keep>
+bool read_text(HeadReader& head, std::uint32_t length, Keep keep) {
   std::string_view data;
   if (!head.read(length, data)) return false;
-  keep_tag(data, tags);
+  const std::size_t nul = data.find('\0');
+  if (nul != std::string_view::npos) keep(data.substr(0, nul), data.substr(nul + 1));
   return head.skip(crc_size);
 }
 
 // Reads one chunk. Returns false where reading ends: at the image data, and wherever the file does not go on as it
 // should.
-bool read_chunk(HeadReader& head, ThumbnailTags& tags) {
+template <typename Keep>
+bool read_chunk(HeadReader& head, Keep keep) {
   std::string_view header;
   if (!head.read(8, header)) return false;
   const std::uint32_t length = big_endian(header.substr(0, 4));
   const std::string_view type = header.substr(4);
   if (length > longest_chunk) return false;
   if (type == "IDAT") return false;
-  if (type == "tEXt") return read_tag(head, length, tags);
+  if (type == "tEXt") return read_text(head, length, keep);
   return head.skip(length + crc_size);
+}
+
+// Tells `uri` and `mimetype` the value of each tag of theirs, in the order of the file. A value stands only as long as
+// the call: whoever needs no more than a look at it has it without a copy.
+template <typename Uri, typename Mimetype>
+void read_tags(std::FILE* file, std::size_t size, Uri uri, Mimetype mimetype) {
+  HeadReader head(file, size);
+  std::string_view signature;
+  if (!head.read(png_signature.size(), signature) || signature != png_signature) return;
+  const auto keep = [&](std::string_view keyword, std::string_view value) {
+    if (keyword == "Thumb::URI") uri(value);
+    if (keyword == "Thumb::Mimetype") mimetype(value);
+  };
+  while (read_chunk(head, keep)) {
+  }
 }
 
 bool ends_with_lowered(std::string_view text, std::string_view ending) {
@@ -57,7 +66,8 @@ bool ends_with_lowered(std::string_view text, std::string_view ending) {
 }
 
 bool has_nebulark_extension(std::string_view uri) {
-  const std::string_view path = uri.substr(0, uri.find_first_of("?#"));
+  // Not find_first_of: it searches each byte of the URI in the two, with a call of its own.
+  const std::string_view path = uri.substr(0, std::min(uri.find('?'), uri.find('#')));
   return std::ranges::any_of(nebulark_extensions,
                              [path](std::string_view ending) { return ends_with_lowered(path, ending); });
 }
@@ -70,11 +80,9 @@ bool is_nebulark_mime_type(std::string_view mimetype) {
 
 ThumbnailTags read_thumbnail_tags(std::FILE* file, std::size_t size) {
   ThumbnailTags tags;
-  HeadReader head(file, size);
-  std::string_view signature;
-  if (!head.read(png_signature.size(), signature) || signature != png_signature) return tags;
-  while (read_chunk(head, tags)) {
-  }
+  read_tags(
+      file, size, [&](std::string_view value) { tags.uri = value; },
+      [&](std::string_view value) { tags.mimetype = value; });
   return tags;
 }
 
@@ -82,8 +90,12 @@ bool is_nebulark_thumbnail(const std::string& path, std::size_t size) {
   const FileHandle file(std::fopen(path.c_str(), "rb"));
   if (!file) return false;
   (void)std::setvbuf(file.get(), nullptr, _IONBF, 0); // the head is read into a buffer of its own
-  const ThumbnailTags tags = read_thumbnail_tags(file.get(), size);
-  return has_nebulark_extension(tags.uri) || is_nebulark_mime_type(tags.mimetype);
+  bool by_uri = false;                                // as the last tag of each kind has it
+  bool by_mimetype = false;
+  read_tags(
+      file.get(), size, [&](std::string_view value) { by_uri = has_nebulark_extension(value); },
+      [&](std::string_view value) { by_mimetype = is_nebulark_mime_type(value); });
+  return by_uri || by_mimetype;
 }
 
 } // namespace nebulark
