@@ -14,7 +14,7 @@ end
 # Offers a name, unless the command line assigns it already; behind the name
 # and its equals sign, its values.
 function __nebulark_ctl_assignment --argument-names name description
-    if string match --quiet -- "$name=*" (commandline --current-token --cut-at-cursor)
+    if string match --quiet --ignore-case -- "$name=*" (commandline --current-token --cut-at-cursor)
         printf '%s\n' $name=$argv[3..]
     else if not string match --quiet --ignore-case -- "$name=*" (commandline --tokenize --current-process)
         printf '%s=\t%s\n' $name $description

@@ -19,6 +19,8 @@ CHANGELOG = "data/package/changelog"
 PREFERENCES = "usr/share/nebulark/preferences.conf"
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/nonexistent", "DEBIAN_FRONTEND": "noninteractive"}
 
+SOMEBODY = 1000  # an ordinary user
+
 PRESETS = ["package", "package-arm64"]
 
 INSTALLED = {
@@ -260,13 +262,16 @@ def field(deb: Path, name: str) -> str:
 
 
 def test_two_builds_give_the_same_bytes(packages):
-    """From sources of other dates, on another file system, by somebody in another place who lets nobody see files."""
-    somebody = {"TZ": "Pacific/Chatham", "LC_ALL": "C.UTF-8", "HOME": "/"}
+    """By root, and by an ordinary user in another place who lets nobody see files, from sources of other dates on another
+    file system."""
+    somebody = {"user": SOMEBODY, "group": SOMEBODY, "extra_groups": [], "umask": 0o077}
+    somebody["env"] = {"TZ": "Pacific/Chatham", "LC_ALL": "C.UTF-8", "HOME": "/"}
     with tempfile.TemporaryDirectory(dir="/dev/shm") as directory:
         sources = copy_of_project(Path(directory) / "elsewhere", copy_function=shutil.copy)
+        run("chown", "--recursive", str(SOMEBODY), directory)
         again = {}
         for preset in PRESETS:
-            again |= package(sources, preset, env=somebody, umask=0o077)
+            again |= package(sources, preset, **somebody)
         assert sorted(again) == sorted(packages)
         assert [name for name in again if again[name].read_bytes() != packages[name].read_bytes()] == []
 

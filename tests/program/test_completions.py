@@ -130,6 +130,7 @@ def editors(*names):
 
 shell = editors(*SET_UP, "fish")
 editor = editors(*SET_UP)
+bash = editors(*(name for name in SET_UP if name.startswith("bash")))
 
 
 def bare(words: list[str]) -> list[str]:
@@ -183,8 +184,9 @@ def test_a_name_that_is_typed_in_full_is_offered(shell):
     check(shell, "nebulark-ctl --set cfa", ["cfa"])
 
 
-def test_values_are_offered_for_a_name_that_is_typed_again(shell):
-    check(shell, "nebulark-ctl --set cfa=mono cfa=", ["auto", "color", "mono"])
+@pytest.mark.parametrize("typed", ["cfa=mono cfa=", "CFA=", "x Cfa="])
+def test_values_are_offered_for_a_name_that_is_typed_again_or_in_capitals(shell, typed):
+    check(shell, f"nebulark-ctl --set {typed}", ["auto", "color", "mono"])
 
 
 @pytest.mark.parametrize("typed", ["", "--"])
@@ -221,6 +223,7 @@ COMPLETED = {
     "nebulark-ctl --set brightness=\t": "nebulark-ctl --set brightness=",
     "nebulark-ctl --set brightness=d\t": "nebulark-ctl --set brightness=darker ",
     "nebulark-ctl --set labelcorner=b\t": "nebulark-ctl --set labelcorner=bottom",
+    "nebulark-ctl --set LabelCorner=b\t": "nebulark-ctl --set LabelCorner=bottom",
     "nebulark-ctl --c\t\t": "nebulark-ctl --clear-thumb-cache --all ",
     "nebulark-ctl --se\tbr\td\tcf\tm\tlabelf\tof\t": "nebulark-ctl --set brightness=darker cfa=mono labelformat=off ",
     "nebulark-ctl --set b cfa=mono" + BACK * 9 + TAB: "nebulark-ctl --set brightness= cfa=mono",
@@ -231,6 +234,10 @@ COMPLETED = {
 @pytest.mark.parametrize("keys", COMPLETED, ids=repr)
 def test_line_grows_as_it_is_typed(editor, keys):
     assert editor.line(keys) == COMPLETED[keys]
+
+
+def test_bash_does_not_repeat_the_sign_behind_the_cursor(bash):
+    assert bash.line("nebulark-ctl --set bri=dim" + BACK * 4 + TAB) == "nebulark-ctl --set brightness=dim"
 
 
 def test_fish_replaces_whole_words(environment):
