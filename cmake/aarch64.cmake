@@ -5,6 +5,7 @@ set(CMAKE_SYSTEM_PROCESSOR aarch64)
 
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)
 
 # Programs that run while building are those of this machine; headers and libraries are not.
 set(CMAKE_FIND_ROOT_PATH /usr/aarch64-linux-gnu)

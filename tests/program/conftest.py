@@ -24,6 +24,17 @@ HERE = Path(__file__).parent
 BUILT = Path(os.environ.get("NEBULARK_CTL", HERE.parents[1] / "build/release/nebulark-ctl"))
 TOOL = "/usr/bin/nebulark-ctl"
 
+# What runs the tool where it is built for another kind of machine. Its own files are all real ones: the C library of
+# that machine is named in the tool, so that qemu need not look for any path in another place.
+EMULATOR = ["/usr/bin/qemu-aarch64"] if BUILT.parent.name == "aarch64-test" else []
+RUN_TOOL = [*EMULATOR, TOOL]
+
+
+def unless_emulated(reason: str):
+    """Marks a test that would say nothing of the tool under qemu, or nothing true."""
+    return pytest.mark.skipif(bool(EMULATOR), reason=f"under qemu {reason}")
+
+
 os.umask(0o022)  # the machines' directories are for ann too, whoever runs the tests
 
 ANN = 1000  # an ordinary user: her user id and her only group
@@ -81,7 +92,7 @@ class Machine:
         env: Mapping[str | bytes, str | bytes] = {},
         stdin: bytes = b"",
         script: str = 'exec "$@"',
-        tool: Sequence[str | bytes] = (TOOL,),
+        tool: Sequence[str | bytes] = RUN_TOOL,
     ) -> Outcome:
         """Runs the tool with these words, as "root" or as "ann", and gives its status and what it wrote.
 
@@ -94,7 +105,7 @@ class Machine:
                     mount -o remount,bind,ro /usr/share; exec "$@"          the share directory mounted read-only
                     exec strace -f -o /home/trace "$@"
                     "$@"; status=$?; cp -a /tmp/. /home; exit $status       looked at while the namespace still stands
-        tool    is what starts the tool inside, where that is not its plain path
+        tool    is what starts the tool inside, where that is not its plain path; behind EMULATOR, if that is the tool
 
         The status of sandbox, should it fail, is 125, and of the tool, should it not start, 126 or 127; the tool itself
         has none of these.
@@ -150,13 +161,16 @@ def polkit(machine):
     become_root = machine.bin / "become-root"
     shutil.copy("/usr/bin/setpriv", become_root)
     become_root.chmod(0o4755)
-    machine.pkexec('#!/bin/sh\nexec /usr/bin/become-root --reuid=0 --regid=0 --clear-groups -- "$@"\n')
+    emulator = " ".join(EMULATOR)
+    machine.pkexec(f'#!/bin/sh\nexec /usr/bin/become-root --reuid=0 --regid=0 --clear-groups -- {emulator} "$@"\n')
     yield
     become_root.unlink()
 
 
 @pytest.fixture
 def desk(machine):
+    if EMULATOR:
+        pytest.skip("the real pkexec starts the tool without qemu")
     from desk import Desk  # which needs this module first
 
     return Desk(machine)

@@ -7,7 +7,7 @@ import stat
 
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all
-from conftest import Outcome
+from conftest import TRACED, Outcome
 
 SIZES = ["normal", "large", "x-large", "xx-large", "fail"]
 
@@ -101,12 +101,14 @@ def test_third_argument_is_ignored(furnished):
 # Where the cache is
 
 
-# A root directory of the tests' own, which holds /usr, /home, and from /home what else may be the cache.
+# A root directory of the tests' own, which holds /usr, /home, and from /home what else may be the cache; and /proc,
+# which a sanitizer needs.
 IN_OWN_ROOT = """
 mount -t tmpfs tmpfs /mnt
-mkdir /mnt/usr /mnt/home /mnt/.cache /mnt/thumbnails
+mkdir /mnt/usr /mnt/proc /mnt/home /mnt/.cache /mnt/thumbnails
 cp -d /lib* /mnt
 mount --rbind /usr /mnt/usr
+mount --bind /proc /mnt/proc
 mount --bind /home /mnt/home
 mount --bind /home/root-cache /mnt/.cache
 mount --bind /home/root-thumbnails /mnt/thumbnails
@@ -180,7 +182,7 @@ def test_size_directories_are_walked_in_a_fixed_order(cache):
         cache.directory(size)
     trace = cache.machine.home / "trace"
     script = 'exec strace -f -e trace=open,openat -o /home/trace "$@"'
-    assert cache.machine.run("--clear-thumb-cache", env={"HOME": "/home/ann"}, script=script) == report(0)
+    assert cache.machine.run("--clear-thumb-cache", env=TRACED | {"HOME": "/home/ann"}, script=script) == report(0)
     opened = re.findall(r'"(/home/[^"]*)"', trace.read_text())
     assert opened == [f"{CACHE}/{size}" for size in SIZES]
 

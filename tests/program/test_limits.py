@@ -6,7 +6,7 @@ import os
 
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all
-from conftest import TOOL, Outcome
+from conftest import EMULATOR, TOOL, Outcome
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, listing, shown, stored
 from tracing import is_sanitized
 
@@ -91,6 +91,8 @@ def test_closed_pipe_ends_the_tool_when_it_writes_and_the_work_is_done_by_then(f
 @pytest.mark.usefixtures("polkit")
 @EACH_RUN
 def test_closed_pipe_whose_signal_is_ignored_changes_nothing_else(furnished, words, user, outcome, after):
+    if EMULATOR and user == "ann" and after == SAVED:
+        pytest.skip("under qemu a second run does not inherit that the signal is ignored")
     run = furnished.run(*words, user=user, env=HOME, script="trap '' PIPE; " + TO_NOBODY)
     assert (run, state(furnished)) == (outcome._replace(out=b""), after)
 
@@ -141,6 +143,8 @@ def test_read_only_mount_is_beyond_elevation_too(furnished):
 def test_without_proc_only_elevation_is_missing(furnished, installed_tool, words, user, outcome, after):
     if is_sanitized(installed_tool):
         pytest.skip("the address sanitizer needs /proc")
+    if EMULATOR and user == "ann" and after == SAVED:
+        pytest.skip("under qemu the tool's own path is known without /proc")
     if user == "ann" and after == SAVED:
         outcome, after = Outcome(1, NOTICE, CANNOT_WRITE), BEFORE
     script = 'mount -t tmpfs tmpfs /proc; exec "$@"'
@@ -162,6 +166,8 @@ def memory(kib: int) -> list[str]:
 def unsanitized(installed_tool):
     if is_sanitized(installed_tool):
         pytest.skip("the address sanitizer reserves terabytes of addresses")
+    if EMULATOR:
+        pytest.skip("qemu needs more memory than the tool")
 
 
 @pytest.mark.usefixtures("unsanitized")

@@ -7,7 +7,7 @@ from typing import NamedTuple
 
 import pytest
 
-from conftest import ANN, TRACED
+from conftest import ANN, EMULATOR, TRACED
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, PATH, listing, shown, stored
 
 NEEDS_SUDO = b" (needs sudo to change)"
@@ -432,5 +432,5 @@ def test_save_makes_no_parents_of_the_missing_directory(machine):
         [ ! -e /usr/share ] || echo "there is a /usr/share"
         exit $status
     """
-    run = machine.run("--set", "cfa=mono", env=TRACED, script=no_share, tool=["/mnt/nebulark-ctl"])
+    run = machine.run("--set", "cfa=mono", env=TRACED, script=no_share, tool=[*EMULATOR, "/mnt/nebulark-ctl"])
     assert run == (1, b"", COULD_NOT_WRITE)

@@ -10,11 +10,12 @@ from pathlib import Path
 import pytest
 import texts
 from cache import CACHE, FITS, PHOTO
-from conftest import TOOL
+from conftest import RUN_TOOL
 from texts import COULD_NOT_WRITE, HINT, listing, stored
-from tracing import PATHS, Call, Strace, is_sanitized, is_the_tools, strace
+from tracing import PATHS, Call, Strace, counts_lines, is_sanitized, is_the_tools, strace
 
 SET_MONO = ["--set", "cfa=mono"]
+RUN = " ".join(RUN_TOOL)
 AUTO, MONO, COLOR = (stored(cfa=cfa) for cfa in ("auto", "mono", "color"))
 
 
@@ -22,6 +23,8 @@ AUTO, MONO, COLOR = (stored(cfa=cfa) for cfa in ("auto", "mono", "color"))
 
 
 def test_killed_at_any_call_a_save_leaves_the_old_file_or_the_new_one(machine, installed_tool):
+    if counts_lines(installed_tool):
+        pytest.skip("a killed run leaves no counts of its lines, and one that ends does so with calls of their own")
     with strace(machine) as inside:
         machine.prefs.write_bytes(AUTO)
         outcome, undisturbed = inside.run(SET_MONO)
@@ -57,10 +60,10 @@ def test_readers_beside_a_saver_see_one_whole_file(machine):
     machine.prefs.write_bytes(AUTO)
     read, shown = set(), set()
     with strace(machine) as inside:
-        saver = in_a_loop(inside, f"{TOOL} --set cfa=mono >/dev/null; {TOOL} --set cfa=auto >/dev/null", rounds=150)
+        saver = in_a_loop(inside, f"{RUN} --set cfa=mono >/dev/null; {RUN} --set cfa=auto >/dev/null", rounds=150)
         while saver.poll() is None:
             read |= {machine.prefs.read_bytes() for _ in range(200)}
-            done = subprocess.run([*inside.inside, TOOL, "--prefs"], env=PATHS, capture_output=True, timeout=60)
+            done = subprocess.run([*inside.inside, *RUN_TOOL, "--prefs"], env=PATHS, capture_output=True, timeout=60)
             shown.add((done.returncode, done.stdout, done.stderr))
     assert (saver.returncode, *saver.communicate()) == (0, b"", b"")
     assert read == {AUTO, MONO}
@@ -71,7 +74,7 @@ def test_savers_at_the_same_moment_come_to_an_end_and_the_next_one_is_right(mach
     # They share the temporary file, so that one may take it away from another, and what they leave is not promised.
     with strace(machine) as inside:
         words = ["cfa=mono", "cfa=color", "labelcorner=topleft", "brightness=darker"]
-        savers = [in_a_loop(inside, f"{TOOL} --set {word} >/dev/null; echo $?", rounds=150) for word in words]
+        savers = [in_a_loop(inside, f"{RUN} --set {word} >/dev/null; echo $?", rounds=150) for word in words]
         for saver in savers:
             statuses, messages = saver.communicate(timeout=60)
             assert saver.returncode == 0
