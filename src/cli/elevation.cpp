@@ -18,10 +18,7 @@ constexpr const char* pkexec_path = "/usr/bin/pkexec";
 // Where the running executable lies, as the kernel knows it; argument 0 says what the caller likes, and must not choose
 // what runs as root. A path of more than 4095 bytes is cut there, and pkexec will not find it.
 bool read_own_path(std::array<char, 4096>& path) {
-  const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size() - 1);
-  if (length <= 0) return false;
-  path[static_cast<std::size_t>(length)] = '\0';
-  return true;
+  return ::readlink("/proc/self/exe", path.data(), path.size() - 1) > 0;
 }
 
 // Waits once: this process handles no signal, so nothing that leaves it running interrupts the wait.
@@ -42,7 +39,7 @@ int reexec_with_pkexec(std::span<char* const> words) {
   (void)std::fflush(stdout);
   (void)std::fflush(stderr);
 
-  std::array<char, 4096> own_path;
+  std::array<char, 4096> own_path{}; // readlink writes no NUL behind the path
   if (!read_own_path(own_path)) return -1;
 
   char pkexec_name[] = "pkexec";
