@@ -227,7 +227,7 @@ def measure_growth(place, most, memory_for_few, *how):
 
 
 def file_system(directory):
-    return run("findmnt", "--noheadings", "--output=FSTYPE", "--target", directory).strip()
+    return run("findmnt", "--first-only", "--noheadings", "--output=FSTYPE", "--target", directory).strip()
 
 
 def main():

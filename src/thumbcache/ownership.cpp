@@ -15,19 +15,22 @@ constexpr std::string_view png_signature = "\x89PNG\r\n\x1a\n";
 constexpr std::uint32_t longest_chunk = 1U << 20; // bytes; no thumbnailer writes a tag near this
 constexpr std::size_t crc_size = 4;
 
+// With the first NUL of the chunk, which ends a keyword: data that begins so has this keyword and no other.
+constexpr std::string_view uri_keyword("Thumb::URI\0", 11);
+constexpr std::string_view mimetype_keyword("Thumb::Mimetype\0", 16);
+
 // Written out, because compilers make this one instruction of it.
 std::uint32_t big_endian(std::string_view bytes) {
   const auto byte = [bytes](std::size_t at) { return std::uint32_t{static_cast<unsigned char>(bytes[at])}; };
   return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
 }
 
-// Reads one text chunk. Tells `keep` its keyword and value; without a NUL there is no keyword, and nothing to keep.
+// Reads one text chunk, and shows its data to `keep`.
 template <typename Keep>
 bool read_text(HeadReader& head, std::uint32_t length, Keep keep) {
   std::string_view data;
   if (!head.read(length, data)) return false;
-  const std::size_t nul = data.find('\0');
-  if (nul != std::string_view::npos) keep(data.substr(0, nul), data.substr(nul + 1));
+  keep(data);
   return head.skip(crc_size);
 }
 
@@ -52,9 +55,9 @@ void read_tags(std::FILE* file, std::size_t size, Uri uri, Mimetype mimetype) {
   HeadReader head(file, size);
   std::string_view signature;
   if (!head.read(png_signature.size(), signature) || signature != png_signature) return;
-  const auto keep = [&](std::string_view keyword, std::string_view value) {
-    if (keyword == "Thumb::URI") uri(value);
-    if (keyword == "Thumb::Mimetype") mimetype(value);
+  const auto keep = [&](std::string_view data) {
+    if (data.starts_with(uri_keyword)) uri(data.substr(uri_keyword.size()));
+    if (data.starts_with(mimetype_keyword)) mimetype(data.substr(mimetype_keyword.size()));
   };
   while (read_chunk(head, keep)) {
   }
