@@ -93,7 +93,8 @@ bool is_nebulark_thumbnail(const std::string& path, std::size_t size) {
   const FileHandle file(std::fopen(path.c_str(), "rb"));
   if (!file) return false;
   (void)std::setvbuf(file.get(), nullptr, _IONBF, 0); // the head is read into a buffer of its own
-  bool by_uri = false;                                // as the last tag of each kind has it
+  // The last tag of each kind holds.
+  bool by_uri = false;
   bool by_mimetype = false;
   read_tags(
       file.get(), size, [&](std::string_view value) { by_uri = has_nebulark_extension(value); },
