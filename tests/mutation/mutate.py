@@ -43,7 +43,8 @@ ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "CI": "1", "PYTHONDONTWR
 # namespace of mounts, all of which it makes read-only, but for /proc, where no file can be deleted. Directories of the
 # test's own then cover those for temporary files; /tmp is of an ordinary file system, because on tmpfs a file that is
 # made again moves to another place in its directory. The copy of the tree may lie below one of them, and is mounted
-# there anew, by way of the working directory, which still is the old one.
+# there anew, by way of the working directory, which still is the old one. A tool that starts itself without end is
+# stopped before the machine has no processes left for other tests.
 BOX = """
 set -eu
 tree=$1 outside=$2
@@ -67,6 +68,7 @@ for place in . "$outside" / /etc /dev /home /usr /var; do
 done
 ulimit -c 0
 ulimit -v 8388608
+(while sleep 1; do [ "$(ls /proc | grep -c '^[0-9]')" -lt 1000 ] || kill -KILL -1; done) &
 exec "$@"
 """
 
