@@ -140,7 +140,13 @@ def link_directories(cache: Path):
         path.symlink_to("/home/ann/Pictures")
 
 
-CHANGES = [empty, fill, rename, link_files, swap_kinds, link_directories]
+def pipe_directories(cache: Path):
+    for number, path in enumerate(directories(cache)):
+        path.rename(cache / f"aside{number}")
+        os.mkfifo(path)
+
+
+CHANGES = [empty, fill, rename, link_files, swap_kinds, link_directories, pipe_directories]
 
 
 def stopped_behind(inside: Strace, words: list[str], raw: tuple[str, int]) -> tuple[subprocess.Popen, int]:
