@@ -14,7 +14,7 @@ namespace nebulark {
 
 namespace {
 
-constexpr std::size_t buffer_size = HeadReader::buffer_size;
+constexpr std::size_t buffer_size = 4096; // a page
 
 FileHandle open_bytes(const std::string& bytes) {
   FileHandle file(std::tmpfile());
@@ -66,6 +66,22 @@ TEST(HeadReader, SeeksByWhatLiesBehindTheBufferOnly) {
   EXPECT_EQ(taken, bytes.substr(2 * buffer_size + 104, 1));
 }
 
+TEST(HeadReader, NeedsNoSeekInsideTheBuffer) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const FileHandle file(::fdopen(ends[0], "rb"));
+  FileHandle writer(::fdopen(ends[1], "wb"));
+  const std::string bytes = different_bytes(buffer_size);
+  ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), writer.get()), bytes.size());
+  writer.reset();
+  (void)std::setvbuf(file.get(), nullptr, _IONBF, 0);
+  HeadReader reader(file.get(), 0);
+  std::string_view taken;
+  ASSERT_TRUE(reader.read(96, taken));
+  EXPECT_TRUE(reader.skip(buffer_size - 96)); // to the buffer's very end
+  EXPECT_FALSE(reader.skip(1));
+}
+
 TEST(HeadReader, KeepsWhatIsLeftWhenItReadsOn) {
   const std::string bytes = different_bytes(3 * buffer_size);
   const FileHandle file = open_bytes(bytes);
@@ -91,11 +107,13 @@ TEST(HeadReader, ReadsWhatTheBufferCannotHold) {
 }
 
 TEST(HeadReader, ReadsNoMoreAtFirstThanItIsToldThereIs) {
-  const FileHandle file = open_bytes(different_bytes(buffer_size));
-  HeadReader reader(file.get(), 200);
-  std::string_view taken;
-  ASSERT_TRUE(reader.read(8, taken));
-  EXPECT_EQ(reached(file), 200);
+  for (const std::size_t size : {std::size_t{1}, std::size_t{200}}) {
+    const FileHandle file = open_bytes(different_bytes(buffer_size));
+    HeadReader reader(file.get(), size);
+    std::string_view taken;
+    ASSERT_TRUE(reader.read(1, taken));
+    EXPECT_EQ(reached(file), size);
+  }
 }
 
 TEST(HeadReader, GivesTheSameBytesWhateverItIsTold) {
