@@ -227,7 +227,7 @@ def measure_growth(place, most, memory_for_few, *how):
 
 
 def file_system(directory):
-    return run("findmnt", "--first-only", "--noheadings", "--output=FSTYPE", "--target", directory).strip()
+    return run("stat", "--file-system", "--format=%T", directory).strip()
 
 
 def main():
