@@ -227,6 +227,7 @@ def measure_growth(place, most, memory_for_few, *how):
 
 
 def file_system(directory):
+    """Its type. All kinds of ext are one to stat, but it answers even where no mount has a name, as in a chroot."""
     return run("stat", "--file-system", "--format=%T", directory).strip()
 
 
