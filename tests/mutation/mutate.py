@@ -28,6 +28,7 @@ ROOT = Path(__file__).parents[2]
 EQUIVALENT = Path(__file__).with_name("equivalent")
 LOG = ROOT / "build/mutants.log"
 BOUND = 95  # per cent that have to be killed
+FAILED = re.compile(r"^(?:FAILED|ERROR) tests/program/(\S+)|^\[  FAILED  \] (\S+)", re.MULTILINE)
 
 # As a debug build, because that compiles fast; as a release otherwise, because that starts fast.
 CONFIGURE = ["cmake", "-S", ".", "-B", "build", "-D", "CMAKE_BUILD_TYPE=", "-D", "CMAKE_CXX_FLAGS=-O0"]
@@ -40,11 +41,10 @@ PYTEST = ["/usr/bin/python3", "-m", "pytest", "-x", "-q", "-p", "no:cacheprovide
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "CI": "1", "PYTHONDONTWRITEBYTECODE": "1"}
 
 # Run by sh, as root, as process 1 of a namespace of processes, so that whatever it starts ends with it, and in a
-# namespace of mounts, all of which it makes read-only, but for /proc, where no file can be deleted. Directories of the
-# test's own then cover those for temporary files; /tmp is of an ordinary file system, because on tmpfs a file that is
-# made again moves to another place in its directory. The copy of the tree may lie below one of them, and is mounted
-# there anew, by way of the working directory, which still is the old one. A tool that starts itself without end is
-# stopped before the machine has no processes left for other tests.
+# namespace of mounts, all of which it makes read-only, but for /proc, where no file can be deleted. File systems of the
+# test's own then cover the directories for temporary files. The copy of the tree may lie below one of them, and is
+# mounted there anew, by way of the working directory, which still is the old one. A tool that starts itself without
+# end is stopped before the machine has no processes left for other tests.
 BOX = """
 set -eu
 tree=$1 outside=$2
@@ -53,9 +53,7 @@ cd "$tree"
 for place in $(cut -d ' ' -f 5 /proc/self/mountinfo); do
     case $place in /proc) ;; *) mount -o remount,bind,ro "$(printf %b "$place")" ;; esac
 done
-for place in /var/tmp /dev/shm /run; do mount -t tmpfs tmpfs "$place"; done
-mount --bind ../tmp /tmp
-mount -o remount,bind,rw /tmp
+for place in /tmp /var/tmp /dev/shm /run; do mount -t tmpfs tmpfs "$place"; done
 mkdir -p "$tree"
 mount --no-canonicalize --bind . "$tree"
 cd "$tree"
@@ -76,10 +74,6 @@ exec "$@"
 def boxed(tree: Path, command: list[str], limit: float | None = None) -> tuple[bool, str]:
     """Runs a command in the box, in a tree. Whether it succeeded within so many seconds, and what it printed if not."""
     box = ["setpriv", "--pdeathsig", "KILL", "unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
-    temporary = tree.with_name("tmp")
-    subprocess.run(["rm", "-rf", temporary])  # shutil.rmtree cannot go as deep as some tests do
-    temporary.mkdir(exist_ok=True)
-    temporary.chmod(0o1777)
     with tempfile.TemporaryFile("w+") as said:
         try:
             how = dict(env=ENVIRONMENT, stdin=subprocess.DEVNULL, stdout=said, stderr=said, start_new_session=True)
@@ -128,8 +122,8 @@ class Worker:
             if not passed:
                 sys.exit(f"{said}\nThe {name} do not pass on the unchanged sources.")
 
-    def verdict(self, mutant: Mutant) -> str:
-        """Which tests killed it, "survived", or "not compiled"."""
+    def verdict(self, mutant: Mutant) -> tuple[str, str]:
+        """Which tests killed it, and what failed; or "survived", or "not compiled"."""
         changed = self.tree / mutant.path
         changed.write_text(mutant.mutated())
         try:
@@ -137,17 +131,19 @@ class Worker:
         finally:
             changed.write_text(mutant.text)
 
-    def killer(self, has_unit_tests: bool) -> str:
+    def killer(self, has_unit_tests: bool) -> tuple[str, str]:
         if not self.build("nebulark"):
-            return "not compiled"
+            return "not compiled", ""
         for name, target, command in self.suites():
             if target != "nebulark-ctl" and not has_unit_tests:
                 continue
             if not self.build(target):
-                return "not compiled" if target == "nebulark-ctl" else name
-            if not boxed(self.tree, command, self.limits[name])[0]:
-                return name
-        return "survived"
+                return ("not compiled", "") if target == "nebulark-ctl" else (name, "building")
+            passed, said = boxed(self.tree, command, self.limits[name])
+            if not passed:
+                failed = FAILED.search(said)
+                return name, failed[1] or failed[2] if failed else said.strip().rpartition("\n")[2]
+        return "survived", ""
 
 
 def read_equivalent() -> dict[tuple[str, str], str]:
@@ -177,15 +173,15 @@ def try_all(mutants: list[Mutant], place: Path) -> Counter:
                 mutant = next(waiting, None)
             if mutant is None:
                 return
-            verdict = worker.verdict(mutant)
+            verdict, failed = worker.verdict(mutant)
             reason = equivalent.get((str(mutant.path), mutant.change()))
             if verdict == "survived" and reason:
                 verdict = "equivalent"
             with lock:
                 counts[verdict] += 1
-                print(f"{verdict:<14}{mutant}", file=log, flush=True)
-                if verdict in ("survived", "equivalent"):
-                    print(f"{mutant}\n    {reason or 'survived'}", flush=True)
+                print(f"{verdict:<14}{mutant}" + (f"\n{'':<14}{failed}" if failed else ""), file=log, flush=True)
+                if verdict == "survived" or reason:
+                    print(mutant, f"    {verdict}: {reason or failed}", sep="\n", flush=True)
                 print(f"\r{counts.total()} of {len(mutants)} ", end="", file=sys.stderr, flush=True)
 
     LOG.parent.mkdir(exist_ok=True)

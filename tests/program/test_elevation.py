@@ -205,8 +205,13 @@ def test_signal_from_the_terminal_ends_both_runs(machine):
 
 
 def test_outcome_of_another_child_is_not_taken_for_that_of_pkexec(machine):
-    machine.pkexec("#!/bin/sh\nexit 1\n")
-    assert machine.run(*SET_MONO, user="ann", script=': & exec "$@"') == TOLD_NOTHING_CHANGED
+    # The other one has ended before pkexec does, and may be waited for.
+    machine.pkexec("""#!/bin/sh
+        while grep -qs "State:.[^Z]" "/proc/$(cat /home/other)/status"; do :; done
+        exit 1
+    """)
+    other = ': & echo $! >/home/other; exec "$@"'
+    assert machine.run(*SET_MONO, user="ann", script=other) == TOLD_NOTHING_CHANGED
 
 
 def test_outcome_that_cannot_be_learned_is_a_failure(machine):

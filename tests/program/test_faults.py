@@ -4,7 +4,8 @@ Which calls there are is read from a trace of an undisturbed run. What a run is 
 fails is worked out by the functions `set_mono`, `show` and `clear` below: they are the tool, told in a few lines.
 
 The first calls of a run are the dynamic loader's. When one of those fails the program may not start at all, with a
-status or signal and words of the loader's; then nothing may have been touched either.
+status or signal and words of the loader's; then nothing may have been touched either. One error each is enough there:
+the tool never sees it.
 """
 
 import os
@@ -27,7 +28,7 @@ ERRORS = {
     "access": "EACCES EIO ELOOP ENOENT ENOMEM ENOTDIR EROFS",
     "arch_prctl": "EINVAL",
     "brk": "",
-    "chmod": "EACCES EIO ENOENT ENOMEM EPERM EROFS",
+    "chmod": "EACCES EIO ELOOP ENOENT ENOMEM ENOTDIR EPERM EROFS",
     "clone": "EAGAIN ENOMEM EPERM",
     "close": "EDQUOT EINTR EIO ENOSPC",
     "getdents64": "EINTR EIO ENOENT ENOMEM",
@@ -37,16 +38,16 @@ ERRORS = {
     "mmap": "ENOMEM",
     "mprotect": "ENOMEM",
     "munmap": "ENOMEM",
-    "newfstatat": "EACCES EIO ENOENT ENOMEM ENOTDIR EOVERFLOW",
+    "newfstatat": "EACCES EIO ELOOP ENOENT ENOMEM ENOTDIR EOVERFLOW",
     "openat": "EACCES EDQUOT EINTR EIO ELOOP EMFILE ENFILE ENOENT ENOMEM ENOSPC ENOTDIR EPERM EROFS",
     "pread64": "EIO",
     "prlimit64": "EPERM",
     "read": "EAGAIN EINTR EIO EISDIR ENOMEM",
-    "readlink": "EACCES EINVAL EIO ENOENT ENOMEM",
-    "rename": "EACCES EBUSY EDQUOT EIO EISDIR ENOENT ENOMEM ENOSPC EPERM EROFS EXDEV",
+    "readlink": "EACCES EINVAL EIO ELOOP ENOENT ENOMEM ENOTDIR",
+    "rename": "EACCES EBUSY EDQUOT EIO EISDIR ELOOP ENOENT ENOMEM ENOSPC ENOTDIR EPERM EROFS EXDEV",
     "rseq": "ENOSYS",
     "set_robust_list": "ENOSYS",
-    "unlink": "EACCES EBUSY EIO ENOENT ENOMEM EPERM EROFS",
+    "unlink": "EACCES EBUSY EIO EISDIR ELOOP ENOENT ENOMEM ENOTDIR EPERM EROFS",
     "wait4": "ECHILD EINTR",
     "write": "EAGAIN EDQUOT EFBIG EINTR EIO ENOSPC EPERM EPIPE",
 }
@@ -211,12 +212,14 @@ def prepare(machine: Machine, old: dict | None = None, elevates: bool = True, al
 
 
 def restore(machine: Machine, before: Files, after: Files):
-    """Brings back the files that a run changed."""
-    for path in (path for path in before | after if before.get(path) != after.get(path)):
-        name = path.removeprefix("/usr").lstrip("/")
+    """Brings back the files of before, all of them and in one order: on some file systems a directory gives its entries
+    in the order in which they were made, and a call is known by its number."""
+    names = {path: path.removeprefix("/usr").lstrip("/") for path, (mode, _) in (before | after).items() if mode[0] != "d"}
+    for name in names.values():
         (machine.root / name).unlink(missing_ok=True)
+    for path, name in names.items():
         if path in before:
-            os.link(machine.root / "kept" / name, machine.root / name)
+            os.link(machine.root / "kept" / name, machine.root / name, follow_symlinks=False)
 
 
 def files_of(machine: Machine) -> Files:
@@ -258,6 +261,7 @@ def test_no_failing_call_does_more_harm_than_it_must(machine, installed_tool, ki
     with strace(machine) as inside:
         prepare(machine, **how)
         before = files_of(machine)
+        restore(machine, before, before)
         _, shortest = inside.run(["--version"], user)
         outcome, undisturbed, after = run()
         assert (outcome, after) == expected(None)

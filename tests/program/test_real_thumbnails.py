@@ -24,7 +24,7 @@ FITS = ["m31.fits", "Orion Nebula.FIT", "horsehead.fts"]
 PHOTOS = ["harbour.jpg", "light house.png", "m31.fits.png"]
 
 
-class Desk:
+class Painters:
     """Ann's pictures, and the programs that draw thumbnails of them into her cache."""
 
     def __init__(self, cache):
@@ -70,54 +70,54 @@ class Desk:
 
 
 @pytest.fixture
-def desk(cache):
-    return Desk(cache)
+def painters(cache):
+    return Painters(cache)
 
 
-def test_of_thumbnails_by_tumbler_those_of_fits_pictures_go(desk):
-    desk.draw(*FITS, *PHOTOS)
+def test_of_thumbnails_by_tumbler_those_of_fits_pictures_go(painters):
+    painters.draw(*FITS, *PHOTOS)
     sizes = ["normal", "large"]
     for size in sizes:
-        desk.thumbnail("tumbler", size, *FITS, *PHOTOS)
-    fits, photos = ({desk.cached(name, size) for name in names for size in sizes} for names in (FITS, PHOTOS))
-    assert desk.files() == fits | photos
-    assert desk.cache.clear() == (report(6, 6), fits)
-    assert desk.cache.clear("--all") == (report_all(6), photos)
+        painters.thumbnail("tumbler", size, *FITS, *PHOTOS)
+    fits, photos = ({painters.cached(name, size) for name in names for size in sizes} for names in (FITS, PHOTOS))
+    assert painters.files() == fits | photos
+    assert painters.cache.clear() == (report(6, 6), fits)
+    assert painters.cache.clear("--all") == (report_all(6), photos)
 
 
-def test_of_thumbnails_and_failure_markers_by_gnome_those_of_nebulark_files_go(desk):
+def test_of_thumbnails_and_failure_markers_by_gnome_those_of_nebulark_files_go(painters):
     ours, others = ["m31.fits", "m42.xisf", "Stack.KXPROJ"], ["harbour.jpg", "light house.png"]
     failed, others_failed = ["cut-short.fit", "old.xisf"], ["holiday.mp4"]
-    desk.draw("drawn.png")
+    painters.draw("drawn.png")
     for name in (*ours, *others, *failed, *others_failed):
-        (desk.pictures / name).touch()
+        (painters.pictures / name).touch()
     for name in (*ours, *others):
-        desk.thumbnail("gnome", "normal", name, "drawn.png")
-    desk.thumbnail("gnome-failed", *failed, *others_failed)
+        painters.thumbnail("gnome", "normal", name, "drawn.png")
+    painters.thumbnail("gnome-failed", *failed, *others_failed)
     fail = "fail/gnome-thumbnail-factory"
-    gone = {desk.cached(name) for name in ours} | {desk.cached(name, fail) for name in failed}
-    kept = {desk.cached(name) for name in others} | {desk.cached(name, fail) for name in others_failed}
-    assert desk.files() == gone | kept
-    assert desk.cache.clear() == (report(5, 3), gone)
-    assert desk.cache.clear("--all") == (report_all(3), kept)
+    gone = {painters.cached(name) for name in ours} | {painters.cached(name, fail) for name in failed}
+    kept = {painters.cached(name) for name in others} | {painters.cached(name, fail) for name in others_failed}
+    assert painters.files() == gone | kept
+    assert painters.cache.clear() == (report(5, 3), gone)
+    assert painters.cache.clear("--all") == (report_all(3), kept)
 
 
-def test_tags_that_imagemagick_writes_by_itself_stand_behind_the_picture_and_are_not_seen(desk):
-    desk.draw("m31.fits", "harbour.jpg")
-    desk.cache.directory("normal")
-    cached = {name: desk.cached(name) for name in ("m31.fits", "harbour.jpg")}
+def test_tags_that_imagemagick_writes_by_itself_stand_behind_the_picture_and_are_not_seen(painters):
+    painters.draw("m31.fits", "harbour.jpg")
+    painters.cache.directory("normal")
+    cached = {name: painters.cached(name) for name in ("m31.fits", "harbour.jpg")}
     for name, place in cached.items():
-        desk.call("/usr/bin/convert", desk.pictures / name, "-thumbnail", "128x128", desk.cache.path / place)
-    chunks = png.chunks((desk.cache.path / cached["m31.fits"]).read_bytes())
-    uri = (b"tEXt", b"Thumb::URI\0file://" + os.fsencode(desk.pictures / "m31.fits"))
+        painters.call("/usr/bin/convert", painters.pictures / name, "-thumbnail", "128x128", painters.cache.path / place)
+    chunks = png.chunks((painters.cache.path / cached["m31.fits"]).read_bytes())
+    uri = (b"tEXt", b"Thumb::URI\0file://" + os.fsencode(painters.pictures / "m31.fits"))
     assert chunks.index(uri) > [kind for kind, _ in chunks].index(b"IDAT")
-    assert desk.files() == set(cached.values())
-    assert desk.cache.clear() == (report(0, 2), set())
-    assert desk.cache.clear("--all") == (report_all(2), set(cached.values()))
+    assert painters.files() == set(cached.values())
+    assert painters.cache.clear() == (report(0, 2), set())
+    assert painters.cache.clear("--all") == (report_all(2), set(cached.values()))
 
 
-def test_of_the_sample_cache_what_is_nebularks_goes(desk):
-    shutil.copytree(HERE.parent / "samples/thumbnails", desk.cache.path)
+def test_of_the_sample_cache_what_is_nebularks_goes(painters):
+    shutil.copytree(HERE.parent / "samples/thumbnails", painters.cache.path)
     gone = {
         "normal/bb2774bdd1a0e15a4e664cbee7f60a2d.png",
         "normal/126cec4c93971f4546da61e67c1ececf.png",
@@ -134,6 +134,6 @@ def test_of_the_sample_cache_what_is_nebularks_goes(desk):
         "large/e31996a91b020ffd0a9d213ea22f760b.png",
         "fail/gnome-thumbnail-factory/907fe0bb9081cadc784ff69d571f6559.png",
     }
-    assert desk.files() == gone | kept
-    assert desk.cache.clear() == (report(7, 5), gone)
-    assert desk.cache.clear("--all") == (report_all(5), kept)
+    assert painters.files() == gone | kept
+    assert painters.cache.clear() == (report(7, 5), gone)
+    assert painters.cache.clear("--all") == (report_all(5), kept)

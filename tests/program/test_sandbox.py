@@ -1,7 +1,5 @@
 """What the other tests rest on: that a run sees its own machine, and that the real one never sees the run."""
 
-from pathlib import Path
-
 import pytest
 
 from conftest import HERE, sandbox
@@ -53,8 +51,16 @@ def test_nothing_is_mounted_outside_a_namespace(machine, word):
 
 
 def test_no_mount_shows_outside(machine):
-    done = sandbox(machine.root, "sh", "-c", "cat /proc/$PPID/mountinfo")
-    assert outcome(done) == (0, Path("/proc/self/mountinfo").read_bytes(), b"")
+    # Outside is another sandbox, where nothing but this test mounts anything; the shell stands where the caller does.
+    for name in ("share", "bin", "home"):
+        (machine.ann / name).mkdir()
+    script = f"""
+        cat /proc/self/mountinfo >/home/before
+        {HERE}/sandbox /home/ann cat /proc/$$/mountinfo >/home/meanwhile
+        cmp /home/before /home/meanwhile
+        cmp /home/before /proc/self/mountinfo
+    """
+    assert outcome(sandbox(machine.root, "sh", "-euc", script)) == (0, b"", b"")
 
 
 # A root directory that is no mount point, on a mount that is private or shared, as below a plain chroot. A sandbox
