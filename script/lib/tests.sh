@@ -32,7 +32,8 @@ with_terminals() {
 program_tests() { # BINARY RESULT [PYTEST-OPTION...]
   with_terminals env NEBULARK_CTL="$PWD/$1" TEST_NAME="$name" ${CI:+CI="$CI"} PYTHONDONTWRITEBYTECODE=1 \
     /usr/bin/python3 -m pytest -q -p no:cacheprovider -n "$(nproc)" \
-    --junitxml="$results/$2.xml" "${@:3}" tests/program || { [ $? -eq 5 ] && [ -n "$name" ]; } || status=1 # 5: none of that name
+    --junitxml="$results/$2.xml" "${@:3}" tests/program ||
+    { [ $? -eq 5 ] && [ -n "$name" ]; } || status=1 # 5: none of that name
 }
 
 # Those that run the tool, for a build in which it is another one; the others are about what stands around it.
