@@ -1,16 +1,18 @@
-// Owners of what the C library opens. A handle closes on every way out of its scope.
+// Owners of what the system opens. Each closes on every way out of its scope.
 
 #pragma once
 
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include <dirent.h>
+#include <unistd.h>
 
 namespace nebulark {
 
-// What closing answers is not looked at. A file that was read loses nothing by it; the one file that is written is
-// closed by hand where it is written.
+// The result of closing is ignored: a file that was only read loses nothing, and the one file that is written is closed
+// where that is explained.
 struct CloseFile {
   void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
 };
@@ -21,5 +23,39 @@ struct CloseDirectory {
 
 using FileHandle = std::unique_ptr<std::FILE, CloseFile>;
 using DirectoryHandle = std::unique_ptr<DIR, CloseDirectory>;
+
+// Owns a file descriptor. Converts from what open() returns: -1 is no descriptor.
+class Descriptor {
+public:
+  explicit Descriptor(int number) : number_(number) {}
+  Descriptor(Descriptor&& other) noexcept : number_(other.release()) {}
+  Descriptor& operator=(Descriptor&&) = delete;
+  ~Descriptor() {
+    if (number_ != -1) (void)::close(number_);
+  }
+
+  [[nodiscard]] explicit operator bool() const { return number_ != -1; }
+  [[nodiscard]] int get() const { return number_; }
+
+  // Gives the descriptor up without closing it.
+  [[nodiscard]] int release() { return std::exchange(number_, -1); }
+
+private:
+  int number_;
+};
+
+// A stream or a directory over an open descriptor, which it then owns. Absent where there is no descriptor, or where
+// the C library refuses; the descriptor is then closed.
+[[nodiscard]] inline FileHandle stream_over(Descriptor descriptor, const char* mode) {
+  FileHandle file(descriptor ? ::fdopen(descriptor.get(), mode) : nullptr);
+  if (file) (void)descriptor.release();
+  return file;
+}
+
+[[nodiscard]] inline DirectoryHandle directory_over(Descriptor descriptor) {
+  DirectoryHandle directory(descriptor ? ::fdopendir(descriptor.get()) : nullptr);
+  if (directory) (void)descriptor.release();
+  return directory;
+}
 
 } // namespace nebulark
