@@ -1,7 +1,10 @@
 #include "thumbcache/clearing.h"
 
 #include <cstdio>
+#include <new>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -11,61 +14,56 @@
 #include "base/handles.h"
 #include "thumbcache/cache_location.h"
 #include "thumbcache/ownership.h"
+#include "thumbcache/read_ahead.h"
 
 namespace nebulark {
 
 namespace {
 
-// A directory that is being cleared: open, and the path that leads to it, at whose end the names in it are put in turn.
-//
-// Other programs may put a link in the place of a directory at any moment, and a path through it then leads out of the
-// cache. So nothing is deleted, and no directory opened, by way of a path: both are done in the directory that is open.
-struct Place {
-  DIR* directory;
-  std::string& path;
+// A directory that is being cleared.
+struct Level {
+  DirectoryHandle directory;
+  ReadAhead read_ahead;
 };
 
-void clear_directory(Place place, bool all, ClearCounts& counts);
+// The directories that are open, each below the one before it. They are not calls of a function within itself: the
+// deepest tree that descriptors and memory allow must not overflow the stack.
+using Levels = std::vector<Level>;
 
-void clear_file(Place place, const char* name, std::size_t size, bool all, ClearCounts& counts) {
-  if (!all && !is_nebulark_thumbnail(place.path, size)) {
+// Passes over what could not be opened, and over what there is no memory for.
+void enter(Levels& levels, Descriptor descriptor) {
+  DirectoryHandle directory = directory_over(std::move(descriptor));
+  if (!directory) return;
+  try {
+    levels.push_back({std::move(directory), {}});
+  } catch (const std::bad_alloc&) {
+  }
+}
+
+void clear_file(int directory, const char* name, bool all, ClearCounts& counts) {
+  if (!all && !is_nebulark_thumbnail(directory, name)) {
     ++counts.left;
     return;
   }
-  if (::unlinkat(::dirfd(place.directory), name, 0) == 0) ++counts.removed;
+  if (::unlinkat(directory, name, 0) == 0) ++counts.removed;
 }
 
-void clear_subdirectory(Place place, const char* name, bool all, ClearCounts& counts) {
-  const int descriptor = ::openat(::dirfd(place.directory), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (descriptor == -1) return;
-  const DirectoryHandle directory(::fdopendir(descriptor));
-  if (directory) {
-    clear_directory({directory.get(), place.path}, all, counts);
-  } else {
-    (void)::close(descriptor);
-  }
-}
+// Other programs may rename directories and put links in their places at any moment, and a path may then lead anywhere.
+// So no path is formed: an entry is looked at, opened and deleted in the directory that is open.
+void clear_entry(Levels& levels, const dirent& entry, bool all, ClearCounts& counts) {
+  const int directory = ::dirfd(levels.back().directory.get());
+  if (!all) levels.back().read_ahead.arrive_at(directory, entry);
 
-void clear_entry(Place place, const char* name, bool all, ClearCounts& counts) {
   // The type in the directory entry is not enough: some file systems leave it out, and a directory that may be listed
-  // but not entered must count for nothing. Not stat either, which would follow links out of the cache.
+  // but not entered must count for nothing.
   struct stat status;
-  if (::lstat(place.path.c_str(), &status) != 0) return;
-  if (S_ISDIR(status.st_mode)) clear_subdirectory(place, name, all, counts);
-  if (S_ISREG(status.st_mode)) clear_file(place, name, static_cast<std::size_t>(status.st_size), all, counts);
+  if (::fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
+  if (S_ISDIR(status.st_mode))
+    enter(levels, Descriptor(::openat(directory, entry.d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
+  if (S_ISREG(status.st_mode)) clear_file(directory, entry.d_name, all, counts);
 }
 
-void clear_directory(Place place, bool all, ClearCounts& counts) {
-  const std::size_t length = place.path.size();
-  while (const dirent* const entry = ::readdir(place.directory)) {
-    const std::string_view name = entry->d_name;
-    if (name == "." || name == "..") continue;
-    place.path += '/';
-    place.path += name;
-    clear_entry(place, entry->d_name, all, counts);
-    place.path.resize(length);
-  }
-}
+bool is_dot_or_dot_dot(std::string_view name) { return name == "." || name == ".."; }
 
 void report(const std::string& cache, bool all, const ClearCounts& counts) {
   const char* const plural = counts.removed == 1 ? "" : "s";
@@ -86,9 +84,17 @@ void report(const std::string& cache, bool all, const ClearCounts& counts) {
 
 } // namespace
 
-void clear_thumbnail_tree(std::string& directory, bool all, ClearCounts& counts) {
-  const DirectoryHandle handle(::opendir(directory.c_str()));
-  if (handle) clear_directory({handle.get(), directory}, all, counts);
+void clear_thumbnail_tree(const std::string& directory, bool all, ClearCounts& counts) {
+  Levels levels;
+  enter(levels, Descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+  while (!levels.empty()) {
+    const dirent* const entry = ::readdir(levels.back().directory.get());
+    if (entry == nullptr) {
+      levels.pop_back();
+    } else if (!is_dot_or_dot_dot(entry->d_name)) {
+      clear_entry(levels, *entry, all, counts);
+    }
+  }
 }
 
 int clear_thumbnail_cache(bool all) {
@@ -100,9 +106,7 @@ int clear_thumbnail_cache(bool all) {
   const std::string cache = thumbnail_cache_dir();
   ClearCounts counts;
   for (const std::string_view size_dir : thumbnail_size_dirs) {
-    std::string directory = cache + "/";
-    directory += size_dir;
-    clear_thumbnail_tree(directory, all, counts);
+    clear_thumbnail_tree((cache + "/").append(size_dir), all, counts);
   }
   report(cache, all, counts);
   return 0;

@@ -1,4 +1,4 @@
-// Clearing the thumbnail cache, so that file managers draw their thumbnails anew.
+// Clearing the thumbnail cache, so that file managers draw their thumbnails again.
 
 #pragma once
 
@@ -17,8 +17,9 @@ struct ClearCounts {
 // followed nor deleted, and pipes, sockets and devices stay. A directory that cannot be opened is passed over, and so
 // is an entry whose status cannot be read. A file that cannot be deleted counts in neither number.
 //
-// `directory` is where the walk writes the paths below it; it comes back as it was.
-void clear_thumbnail_tree(std::string& directory, bool all, ClearCounts& counts);
+// `directory` may be a symbolic link. Below it no path is used, and each level down keeps its directory open: depth is
+// limited by how many descriptors the process may have, and what lies deeper is passed over.
+void clear_thumbnail_tree(const std::string& directory, bool all, ClearCounts& counts);
 
 // Clears the user's thumbnail cache and reports on standard output what was removed; a cache that is not there is an
 // empty one. Returns the exit status: 0, or 1 with a message on standard error when the environment does not tell where

@@ -333,18 +333,20 @@ def test_directories_beyond_the_limit_of_open_files_are_skipped(cache, words, re
     assert cache.clear(*words, script='ulimit -n 10; exec "$@"') == (result, gone)
 
 
-@UNDISTURBED
-def test_names_too_long_for_a_path_are_skipped(furnished, words, result):
-    top = furnished.directory("normal")
+@clearing(report(60), report_all(60))
+def test_names_longer_than_any_path_can_be_are_reached(cache, words, result):
+    top = cache.directory("normal")
     here = os.open(top, os.O_RDONLY)
-    for _ in range(20):
-        os.mkdir("x" * 255, dir_fd=here)
-        below = os.open("x" * 255, os.O_RDONLY, dir_fd=here)
+    for _ in range(60):
+        os.mkdir("x" * 200, dir_fd=here)
+        below = os.open("x" * 200, os.O_RDONLY, dir_fd=here)
         os.close(here)
         here = below
-    os.close(os.open("m31.png", os.O_CREAT | os.O_WRONLY, dir_fd=here))
+        with open(os.open("m31.png", os.O_CREAT | os.O_WRONLY, dir_fd=here), "wb") as file:
+            file.write(FITS)
     os.close(here)
-    assert furnished.clear(*words, user="root") == result
+    outcome, gone = cache.clear(*words, user="root")
+    assert (outcome, {name.rpartition("/")[2] for name in gone}, len(gone)) == (result, {"m31.png"}, 60)
     shutil.rmtree(top)
 
 

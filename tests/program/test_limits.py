@@ -7,6 +7,7 @@ import os
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all
 from conftest import EMULATOR, TOOL, Outcome
+from png import chunk
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, listing, shown, stored
 from tracing import is_sanitized
 
@@ -202,6 +203,27 @@ def test_preferences_larger_than_memory_end_the_tool_before_it_changes_anything(
     assert (run, state(furnished)) == (ABORTED, (big, *BEFORE[1:]))
 
 
+@pytest.mark.usefixtures("unsanitized")
+def test_a_text_too_long_for_memory_ends_the_reading_of_its_file_alone(machine, cache):
+    # Thumb::URI comes after a text of 1 MiB. Where there is no memory for that one, nobody sees the URI.
+    long_text = chunk(b"tEXt", b"Comment\0".ljust(1 << 20, b"x"))
+    others = {f"{number}.png" for number in range(20)}
+    not_started = Outcome(-6, b"", b"terminate called without an active exception\n")
+    outcomes, seen = [report(20, 1), report(21)], []
+    for kib in range(2 << 10, 8 << 10, 32):
+        cache.put(FITS, *(f"normal/{name}" for name in others))
+        cache.put(FITS[:8] + long_text + FITS[8:], "normal/long.png")
+        run = machine.run("--clear-thumb-cache", user="ann", env=HOME, tool=memory(kib))
+        there = set(os.listdir(cache.at("normal")))
+        if run.status == 127 or run == not_started:
+            assert there == others | {"long.png"}
+        else:
+            assert (run, there) in zip(outcomes, [{"long.png"}, set()]), kib
+            seen.append(outcomes.index(run))
+    assert seen == sorted(seen)
+    assert set(seen) == {0, 1}
+
+
 # Descriptors and depth
 
 
@@ -215,7 +237,7 @@ def test_three_free_descriptors_are_enough(furnished, words, user, outcome, afte
     assert (run, state(furnished)) == (outcome, after)
 
 
-LEVELS = 2000
+LEVELS = 5000  # more than any path can name
 DEEP = """
 import os, sys
 top, levels, fits, photo = sys.argv[1], int(sys.argv[2]), *map(bytes.fromhex, sys.argv[3:5])
@@ -232,14 +254,14 @@ for level in range(levels + 1):
 
 
 @pytest.mark.parametrize("all", [False, True], ids=["default", "all"])
-@pytest.mark.parametrize("descriptors, opened", [(1024, 1021), (4096, LEVELS + 1)])
-def test_directories_as_deep_as_a_path_can_name(machine, all, descriptors, opened):
+@pytest.mark.parametrize("descriptors, opened", [(1024, 1021), (8192, LEVELS + 1)])
+def test_descriptors_limit_how_deep_directories_are_cleared_and_the_stack_does_not(machine, all, descriptors, opened):
     # Every level takes a descriptor, and a file in it one more while it is looked into. What lies too deep is skipped.
     # On a file system of this run's own: outside, where the paths are longer still, nobody could remove it.
     script = f"""
         mount -t tmpfs tmpfs /home
         /usr/bin/python3 -c '{DEEP}' {CACHE}/normal {LEVELS} {FITS.hex()} {PHOTO.hex()}
-        prlimit --stack=8388608 --nofile={descriptors} "$@"
+        prlimit --stack=262144 --nofile={descriptors} "$@"
         status=$?
         find {CACHE}/normal -type f -printf '%d %f\\n' >/usr/share/survivors
         exit $status

@@ -1,23 +1,27 @@
 """Others at work on the same files at the same moment, and a tool that is killed on the way."""
 
+import fcntl
 import os
 import re
 import shutil
 import signal
+import stat
 import subprocess
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 from pathlib import Path
+from typing import NamedTuple
 
 import pytest
 import texts
-from cache import CACHE, FITS, PHOTO
-from conftest import RUN_TOOL
+from cache import CACHE, FITS, PHOTO, report
+from conftest import RUN_TOOL, Outcome
 from texts import COULD_NOT_WRITE, HINT, listing, stored
 from tracing import PATHS, Call, Strace, counts_lines, is_sanitized, is_the_tools, strace
 
 SET_MONO = ["--set", "cfa=mono"]
 RUN = " ".join(RUN_TOOL)
+HOME = {"HOME": "/home/ann"}
 HANGS = 600  # seconds: so long nothing takes that ends
 AUTO, MONO, COLOR = (stored(cfa=cfa) for cfa in ("auto", "mono", "color"))
 
@@ -101,7 +105,7 @@ def test_savers_at_the_same_moment_come_to_an_end_and_the_next_one_is_right(mach
     assert os.listdir(machine.prefs.parent) == [machine.prefs.name]
 
 
-# Clearing. The tool is stopped behind each of its calls in turn, somebody else changes the cache, and it goes on.
+# Clearing. The tool is stopped after each of its calls in turn, somebody else changes the cache, and it goes on.
 
 NAMES = ["normal/m31.png", "normal/app/m31.png", "normal/app/deep/m31.png", "fail/app/harbour.png"]
 OUTSIDE = ["m31.png", "harbour.png", "deep/m31.png", "app/m31.png"]  # what the same names would be elsewhere
@@ -160,17 +164,23 @@ def pipe_directories(cache: Path):
         os.mkfifo(path)
 
 
-CHANGES = [empty, fill, rename, link_files, swap_kinds, link_directories, pipe_directories]
+def pipe_files(cache: Path):
+    for path in files(cache):
+        path.unlink()
+        os.mkfifo(path)
+
+
+CHANGES = [empty, fill, rename, link_files, pipe_files, swap_kinds, link_directories, pipe_directories]
 
 
 @contextmanager
-def stopped_behind(inside: Strace, words: list[str], raw: tuple[str, int]) -> Iterator[tuple[subprocess.Popen, int]]:
-    """A run that stands still behind a call, and the process id of the tool in it."""
+def stopped_after(inside: Strace, words: list[str], raw: tuple[str, int]) -> Iterator[tuple[subprocess.Popen, int]]:
+    """A run that stands still after a call, and the process id of the tool in it."""
     name, nth = raw
     stop = ["-e", f"inject={name}:signal=STOP:when={nth}"]
     inside.trace.unlink(missing_ok=True)
     pipes = dict(stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    command = inside.command(words, "ann", stop, {"HOME": "/home/ann"})
+    command = inside.command(words, "ann", stop, HOME)
     with subprocess.Popen(command, env=PATHS, cwd="/", **pipes) as run:
         while not inside.trace.exists() or b"--- stopped by SIGSTOP ---" not in inside.trace.read_bytes():
             assert run.poll() is None
@@ -202,12 +212,12 @@ def test_whatever_others_do_to_the_cache_only_files_in_it_are_deleted_and_counte
     untouched = {path: path.read_bytes() for path in outside.rglob("*.png")}
     with strace(machine) as inside:
         furnish()
-        _, undisturbed = inside.run(command, "ann", env={"HOME": "/home/ann"})
+        _, undisturbed = inside.run(command, "ann", env=HOME)
         for traced in undisturbed:
             if not traced.call.subject.startswith(CACHE):
                 continue
             furnish()
-            with stopped_behind(inside, command, traced.raw) as (run, tool):
+            with stopped_after(inside, command, traced.raw) as (run, tool):
                 gone = len(NAMES) - len(contents())
                 change(cache.path)
                 there = contents()
@@ -219,6 +229,96 @@ def test_whatever_others_do_to_the_cache_only_files_in_it_are_deleted_and_counte
             assert removed == gone + len(deleted), traced.call
             # What moves while its directory is read may be met, and left, under both names.
             assert removed + sum(left) <= len({cache.at(name) for name in NAMES} | there.keys()), traced.call
-            # A file is judged by its path and then deleted by its name; what takes the place of either may go for it.
-            assert words or change in (swap_kinds, link_directories) or PHOTO not in deleted, traced.call
+            # What takes a file's place in its directory, after that was judged, may go for it.
+            assert words or change is swap_kinds or PHOTO not in deleted, traced.call
             assert {path: path.read_bytes() for path in outside.rglob("*.png")} == untouched, traced.call
+
+
+class Meddled(NamedTuple):
+    """A run during which somebody changed the cache, and the call of the tool after which that was."""
+
+    after: Call
+    outcome: Outcome
+
+
+def meddled_runs(machine, cache, furnish: Callable, name: str, change: Callable) -> Iterator[Meddled]:
+    """A run for each of the tool's calls about a file of the cache, in their order."""
+    command = ["--clear-thumb-cache"]
+    with strace(machine) as inside:
+        furnish()
+        _, undisturbed = inside.run(command, "ann", env=HOME)
+        for traced in undisturbed:
+            if traced.call.subject != f"{CACHE}/{name}" or traced.call.name == "unlink":
+                continue
+            furnish()
+            with stopped_after(inside, command, traced.raw) as (run, tool):
+                change()
+                os.kill(tool, signal.SIGCONT)
+                out, err = run.communicate(timeout=HANGS)
+            yield Meddled(traced.call, Outcome(run.returncode, out, err))
+
+
+@pytest.fixture
+def moving(machine, cache):
+    """A directory in the cache, a place outside for it, and two functions: one that makes it, one that moves it out and
+    puts another in its place, with a FITS thumbnail of the same name."""
+    moved = machine.ann / "moved"
+
+    def furnish(content: bytes):
+        for place in (moved, cache.path):
+            shutil.rmtree(place, ignore_errors=True)
+        cache.put(content, "normal/sub/x.png", "normal/sub/y.png")
+
+    def move():
+        cache.at("normal/sub").rename(moved)
+        cache.put(FITS, "normal/sub/x.png", "normal/sub/y.png")
+
+    return moved, furnish, move
+
+
+def test_a_thumbnail_is_not_judged_by_one_that_takes_its_place_with_its_directory(machine, cache, moving):
+    moved, furnish, move = moving
+    runs = list(meddled_runs(machine, cache, lambda: furnish(PHOTO), "normal/sub/x.png", move))
+    assert {run.outcome for run in runs} == {report(0, 2)}
+    assert {run.after.name for run in runs} >= {"newfstatat", "openat", "pread64", "close"}
+    assert {path.name: path.read_bytes() for path in moved.iterdir()} == {"x.png": PHOTO, "y.png": PHOTO}
+
+
+def test_a_directory_that_is_moved_out_of_the_cache_is_cleared_to_its_end(machine, cache, moving):
+    # Whoever moves it has it open under its new name; the tool has no name for it at all.
+    moved, furnish, move = moving
+    for run in meddled_runs(machine, cache, lambda: furnish(FITS), "normal/sub/x.png", move):
+        assert run.outcome == report(2), run
+        assert list(moved.iterdir()) == []
+        assert len(files(cache.path)) == 2
+
+
+@pytest.mark.parametrize("kind", ["pipe", "link"])
+def test_a_file_that_becomes_something_else_before_it_is_opened_counts_as_left(machine, cache, kind):
+    path = cache.at("normal/x.png")
+    outside = machine.ann / "m31.png"
+
+    def furnish():
+        path.unlink(missing_ok=True)
+        cache.put(PHOTO, "normal/x.png")
+        outside.write_bytes(FITS)
+
+    def change():
+        path.unlink()
+        os.mkfifo(path) if kind == "pipe" else path.symlink_to("/home/ann/m31.png")
+
+    has_status = False
+    for run in meddled_runs(machine, cache, furnish, "normal/x.png", change):
+        has_status |= run.after.name == "newfstatat"
+        assert run.outcome == report(0, 1 if has_status else 0), run
+        assert stat.S_ISFIFO(path.lstat().st_mode) if kind == "pipe" else path.is_symlink()
+    assert has_status
+
+
+def test_a_file_under_a_write_lease_counts_as_left_and_is_not_waited_for(cache):
+    cache.put(FITS, "normal/leased.png", "normal/m31.png")
+    with open(cache.at("normal/leased.png"), "r+b") as file:
+        fcntl.fcntl(file, fcntl.F_SETSIG, signal.SIGURG)  # by default the request to end the lease would kill the tests
+        fcntl.fcntl(file, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+        assert cache.clear() == (report(1, 1), {"normal/m31.png"})
+        assert fcntl.fcntl(file, fcntl.F_GETLEASE) == fcntl.F_RDLCK  # its holder is asked to let others read

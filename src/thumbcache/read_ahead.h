@@ -1,0 +1,32 @@
+// Reading the heads of a directory's files before the walk asks for them.
+//
+// Most of a real cache is not in memory when it is cleared, and to wait for the disk, one file after another, is then
+// nearly all the time that clearing takes. So now and then one file is probed: is its head in memory? Where it is not,
+// the kernel is told what comes next in the listing, and reads those heads while the present ones are judged.
+//
+// These are hints. They change no result, no order and no count, they open regular files only (by the type in the
+// directory entry), and nothing stays open between two calls, so that they never take a descriptor from the walk. Where
+// the kernel or the file system cannot tell what is in memory, nothing is read ahead.
+
+#pragma once
+
+#include <optional>
+
+#include <dirent.h>
+#include <sys/types.h>
+
+namespace nebulark {
+
+// The state of one directory's listing.
+class ReadAhead {
+public:
+  // Tells that the walk has come to this entry of the open directory. Every entry is told, in the listing's order, and
+  // before its file is opened.
+  void arrive_at(int directory, const dirent& entry);
+
+private:
+  unsigned files_ = 0;        // regular files so far
+  std::optional<off_t> next_; // the place in the listing up to which heads were asked for; none while that is off
+};
+
+} // namespace nebulark
