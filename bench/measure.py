@@ -2,15 +2,13 @@
 
     measure.py [--large] [DIRECTORY]
 
-A time is the processor time of a whole process, its own and the kernel's for it, as hyperfine reads it. None of them
-waits for anything but the disk, so on an idle machine that is nearly all the time there is, and on a busy one others do
-not count. The sides of a comparison take turns, so that a machine that slows down meanwhile slows all of them, and the
-median of a side's rounds counts.
+A time is the processor time of a whole process, its own and the kernel's for it, as hyperfine reads it: on a busy
+machine the others do not count. Where the cache is cold, waiting for the disk is what there is to measure, and a time is
+the time on the clock. The sides of a comparison take turns, so that a machine that slows down meanwhile slows all of
+them, and the median of a side's rounds counts.
 
 Caches are temporary directories where temporary files go, by default on an ordinary file system, as real caches are. In
-memory, on tmpfs, what the kernel does for a file is less, and so is what there is to compare with: there the ratios are
-larger. How deep a cache lies matters too: each directory above it is one more that the kernel looks up for each path of
-the tool, and for none of the floor.
+memory, on tmpfs, the kernel does less for a file, so that the same work of the tool is a larger part of the whole.
 """
 
 import argparse
@@ -41,7 +39,10 @@ NOISE = 0.05  # two measurements of the same differ by less than this part of it
 HEADINGS = ("", "nebulark-ctl", "against", "which has", "ratio", "at most", "reached")
 WORDS = (0, 2)  # the columns of words, flush left; the others are flush right
 
+DROP_CACHES = Path("/proc/sys/vm/drop_caches")
+
 rows = []
+notes = []  # on what could not be measured
 
 
 def row(what, tool, against, other, ratio, bound="", reached=None):
@@ -100,7 +101,15 @@ def cache(place, count, percent=0, *how):
         yield directory, fill
 
 
-def race(rounds, runs, *commands, before=None):
+def processor_time(timed):
+    return timed["user"] + timed["system"]
+
+
+def clock_time(timed):
+    return timed["mean"]
+
+
+def race(rounds, runs, *commands, before=None, seconds=processor_time):
     """The seconds of each command, which runs so many times in each round, and each time after the command `before`."""
     texts = [shlex.join(map(str, command)) for command in commands]
     prepare = ["--prepare", shlex.join(map(str, before))] if before else []
@@ -114,7 +123,7 @@ def race(rounds, runs, *commands, before=None):
                 expected = 1 if timed["command"].startswith("grep ") else 0  # it is to find nothing
                 if set(timed["exit_codes"]) != {expected}:
                     sys.exit(f"{timed['command']}: status {timed['exit_codes']}")
-                times[timed["command"]].append(timed["user"] + timed["system"])
+                times[timed["command"]].append(seconds(timed))
     return [statistics.median(times[text]) for text in texts]
 
 
@@ -165,12 +174,12 @@ def check_answers(place):
 
 def count(place):
     for what, percent, words, bound in (
-        ("system calls for a thumbnail that is kept", 0, [], 4),
-        ("system calls for a thumbnail that is deleted", 100, [], 5),
+        ("system calls for a thumbnail that is kept", 0, [], 4.05),
+        ("system calls for a thumbnail that is deleted", 100, [], 5.05),
         ("system calls for a file with --all", 0, ["--all"], 2),
     ):
         tool, floor = per_file(place, system_calls, percent, *words)
-        row(what, f"{tool:.1f}", "floor", f"{floor:.1f}", tool / floor, f"{bound} calls", round(tool, 1) <= bound)
+        row(what, f"{tool:.2f}", "floor", f"{floor:.2f}", tool / floor, f"{bound} calls", round(tool, 2) <= bound)
     tool, floor = per_file(place, instructions, 0)
     compare("instructions for a thumbnail that is kept", "{:,.0f}".format, tool, "floor", floor)
 
@@ -180,9 +189,37 @@ def time_scanning(place):
         unhardened = [UNHARDENED, *CLEAR[1:]]
         tool, floor, grep, unhardened = race(21, 1, CLEAR, [FLOOR, directory], [*GREP, directory], unhardened)
     what = f"scanning {MANY:,} thumbnails, all kept"
-    compare(what, time, tool, "floor", floor, 1.25)
-    compare(what, time, tool, "grep -rl", grep, 0.75)
+    compare(what, time, tool, "floor", floor, 1.08)
+    compare(what, time, tool, "grep -rl", grep, 0.65)
     compare(what, time, tool, "no hardening", unhardened)
+
+
+def why_not_cold(place):
+    """Why nothing there can be out of memory when it is measured; "" if it can."""
+    if file_system(place) == "tmpfs":
+        return "tmpfs is memory"
+    if not os.access(DROP_CACHES, os.W_OK):
+        return "only root may drop the page cache"
+    return ""
+
+
+def time_scanning_cold(place):
+    what = f"scanning {MANY:,} cold thumbnails"
+    if reason := why_not_cold(place):
+        notes.append(f"Not measured: {what}. {reason.capitalize()}.")
+        return
+    with cache(place, MANY) as (directory, _):
+        forget = ["sh", "-c", f"sync && echo 3 >{DROP_CACHES}"]  # pages, and what is known of files and names
+        commands = CLEAR, [*GREP, directory], [FLOOR, directory]
+        tool, grep, floor = race(5, 1, *commands, before=forget, seconds=clock_time)
+    compare(what, time, tool, "grep -rl", grep, 0.45)
+    compare(what, time, tool, "floor", floor, 0.45)
+
+
+def time_deleting(place):
+    with cache(place, MANY // 4, percent=100) as (directory, fill):
+        tool, floor = race(12, 1, CLEAR, [FLOOR, directory], before=fill)
+    compare(f"deleting {MANY // 4:,} of Nebulark's thumbnails", time, tool, "floor", floor, 1.08)
 
 
 def time_clearing(place):
@@ -192,8 +229,8 @@ def time_clearing(place):
         anew = ["sh", "-c", f"{shlex.join(rm)} && {shlex.join(map(str, fill))}"]
         tool, rm, find = race(12, 1, [*CLEAR, "--all"], rm, find, before=anew)
     what = f"clearing {MANY // 4:,} files with --all"
-    compare(what, time, tool, "rm -rf", rm, 1.1)
-    compare(what, time, tool, "find -delete", find, 1.1)
+    compare(what, time, tool, "rm -rf", rm, 1.08)
+    compare(what, time, tool, "find -delete", find, 1.08)
 
 
 def time_starting():
@@ -242,6 +279,8 @@ def main():
     check_answers(place)
     count(place)
     time_scanning(place)
+    time_scanning_cold(place)
+    time_deleting(place)
     time_clearing(place)
     time_starting()
     memory = measure_memory(place)
@@ -253,6 +292,8 @@ def main():
     million = f", the million on {file_system(large_place)}" if options.large else ""
     print(f"caches on {file_system(place)}" + million, end="\n\n")
     print_table()
+    for note in notes:
+        print("", note, sep="\n")
 
 
 main()
