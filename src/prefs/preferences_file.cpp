@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -86,7 +87,9 @@ bool save_preferences(const Preferences& preferences) {
   // A directory that could not be made shows when the file in it is opened.
   (void)::mkdir(directory_path().c_str(), 0755);
 
-  FileHandle file(std::fopen(temporary.c_str(), "w"));
+  // Whatever the umask, nobody else may open the new file for writing: they could still write once it is in place.
+  FileHandle file =
+      stream_over(Descriptor(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)), "w");
   if (!file) return false;
   (void)std::fputs(preferences_text(preferences).c_str(), file.get());
   if (std::ferror(file.get()) != 0) return false;

@@ -43,9 +43,11 @@ namespace nebulark {
 [[nodiscard]] Preferences load_preferences();
 
 // Replaces the file by a new one, mode 0644, in one step: a reader sees the old text or the new one. Makes the file's
-// directory (not its parents) if it is missing. Returns false when that failed, and the file is then as it was; the
-// temporary file beside it, PATH.tmp, may stay behind, and the next save uses it again. Two saves at the same moment
-// share that temporary file and are not guarded against each other. Nothing is forced to disk.
+// directory (not its parents) if it is missing. Returns false when that fails, and the file is then as it was.
+//
+// The new text is first in a temporary file beside it, PATH.tmp, made so that only its owner may write it. A save that
+// fails may leave it there, and the next save uses it again, whatever its mode. Two saves at the same moment share it
+// and are not guarded against each other. Nothing is forced to disk.
 [[nodiscard]] bool save_preferences(const Preferences& preferences);
 
 // Whether this process, by its real user and group, may write the file; or, where there is no file, its directory.

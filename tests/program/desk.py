@@ -126,8 +126,8 @@ class Desk:
         """
         boot = ["unshare", "--pid", "--fork", "--kill-child", "sh", "-c", BOOT, "sh", self.etc]
         login = [SESSION.format(user=ANN, **session), times, *IN_SESSION] if session else ["", times]
-        # Tests that are run in the background have inherited that Ctrl-C is ignored; ann has not.
-        user = [*BECOME["ann"], "env", "-i", "--default-signal=INT", "PATH=/usr/bin", "sh", "-c", shell, "sh"]
+        # A test in the background ignores Ctrl-C, and Python the signal of the limit on file size. Ann ignores neither.
+        user = [*BECOME["ann"], "env", "-i", "--default-signal", "PATH=/usr/bin", "sh", "-c", shell, "sh"]
         arguments = map(str, [self.machine.root, *boot, *login, *user, *command])
         path = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
         with pexpect.spawn(str(HERE / "sandbox"), list(arguments), cwd="/", env=path, timeout=60) as terminal:

@@ -12,7 +12,7 @@ import pytest
 
 from conftest import TOOL
 from desk import ACTION, INTERRUPT, PASSWORD, RUN_THE_COMMAND, START_AGENT
-from texts import CANNOT_WRITE, HINT, NOTICE, listing, stored
+from texts import CANNOT_WRITE, HINT, NOTICE, PATH, listing, stored
 
 MESSAGE = b"Authentication is required to change how Nebulark draws thumbnails, for every user of this machine."
 GENERAL_ACTION = b"org.freedesktop.policykit.exec"
@@ -119,6 +119,25 @@ def test_rule_that_says_yes_saves_the_user_the_password(desk):
     assert desk.run(TOOL, *SET_MONO) == (0, NOTICE + MONO + HINT + MONO)
     assert desk.prefs.read_bytes() == stored(cfa="mono")
     assert (desk.prefs.stat().st_uid, desk.prefs.stat().st_mode) == (0, 0o100644)
+
+
+def test_second_run_that_fails_leaves_the_user_no_file_that_she_may_write(desk):
+    desk.rule("YES")
+    desk.prefs.write_bytes(stored())
+    # The umask and the limit are hers, and the second run has them too: the kernel ends it when it writes.
+    cut_short = 'umask 0; ulimit -f 0; exec "$@"'
+    assert desk.run(TOOL, *SET_MONO, shell=cut_short) == (1, NOTICE + CANNOT_WRITE)
+    left = desk.prefs.with_suffix(".conf.tmp")
+    assert (left.read_bytes(), left.stat().st_uid, left.stat().st_mode) == (b"", 0, 0o100644)
+    assert desk.prefs.read_bytes() == stored()
+
+    # Had she the file open, she could write it once the next save has put it in place.
+    tmp = PATH.decode() + ".tmp"
+    keep_it_open = f'{{ "$@"; echo labelformat=on >&3; }} 3>>{tmp} || exec "$@"'
+    denied = f"sh: 1: cannot create {tmp}: Permission denied\n".encode()
+    assert desk.run(TOOL, *SET_MONO, shell=keep_it_open) == (0, denied + NOTICE + MONO + HINT + MONO)
+    assert desk.prefs.read_bytes() == stored(cfa="mono")
+    assert os.listdir(desk.prefs.parent) == [desk.prefs.name]
 
 
 # How far the action reaches

@@ -1,6 +1,7 @@
 """Showing and changing the preferences: what is read, what is said, what is written."""
 
 import os
+import signal
 import stat
 from pathlib import Path
 from typing import NamedTuple
@@ -347,6 +348,16 @@ def test_saved_file_can_be_read_by_all_and_written_by_its_owner(machine, umask, 
         machine.prefs.touch()
         machine.prefs.chmod(old)
     check_saved(machine, machine.run("--set", "cfa=mono", script=f'umask {umask}; exec "$@"'), cfa="mono")
+
+
+@pytest.mark.parametrize("umask, mode", [("0", "-rw-r--r--"), ("022", "-rw-r--r--"), ("077", "-rw-------")])
+def test_temporary_file_is_its_owners_from_the_first_moment_on(machine, umask, mode):
+    # The save is killed before the first call that follows the opening.
+    tmp = f"{PATH.decode()}.tmp"
+    killed = f"umask {umask}; exec strace -f -o /dev/null -P {tmp} -e inject='!open,openat':signal=KILL \"$@\""
+    assert machine.run("--set", "cfa=mono", env=TRACED, script=killed) == (-signal.SIGKILL, b"", b"")
+    assert entries(machine.share).keys() == {machine.prefs.parent, machine.prefs_tmp}
+    assert entry(machine.prefs_tmp)[1:] == (mode, 0, b"")
 
 
 def test_save_replaces_the_file_and_leaves_the_old_one_to_whoever_has_it_open(machine):
