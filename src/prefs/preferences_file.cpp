@@ -1,7 +1,7 @@
 #include "prefs/preferences_file.h"
 
-#include <array>
-#include <cstdio>
+#include <cstdlib>
+#include <new>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -28,35 +28,35 @@ std::string_view stored(LabelCorner value) { return label_corner_word(value); }
 bool is_comment_or_section(char first) { return first == '#' || first == ';' || first == '['; }
 
 void apply_line(std::string_view line, Preferences& preferences) {
-  const std::string text = trim_blanks(line);
+  const std::string text = trim_blanks(line.substr(0, line.find('\n')));
   if (text.empty() || is_comment_or_section(text.front())) return;
   std::string error; // there is nobody to tell
   (void)apply_assignment(text, preferences, error);
 }
 
-// The file's whole text; where reading fails part way, the whole lines before that point.
-std::string read_text(std::FILE* file) {
-  std::string text;
-  std::array<char, 4096> part;
-  std::size_t got = 0;
-  do {
-    got = std::fread(part.data(), 1, part.size(), file);
-    text.append(part.data(), got);
-  } while (got == part.size());                                  // fewer: the end, or an error
-  if (std::ferror(file) != 0) text.resize(text.rfind('\n') + 1); // no line feed: npos + 1 is 0
-  return text;
-}
+// What getline() reads into: it takes memory for the text, and more for a longer one.
+struct LineBuffer {
+  LineBuffer& operator=(LineBuffer&&) = delete;
+  ~LineBuffer() { std::free(text); }
+
+  char* text = nullptr;
+  std::size_t size = 0;
+};
 
 } // namespace
 
 std::string preferences_path() { return std::string(file_path); }
 
-Preferences preferences_from_text(std::string_view text) {
+Preferences read_preferences(std::FILE* file) {
   Preferences preferences;
-  while (!text.empty()) {
-    const std::size_t end = text.find('\n');
-    apply_line(text.substr(0, end), preferences);
-    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  LineBuffer line;
+  try {
+    ssize_t length = 0;
+    // At an error, getline() gives the part of the line that comes before it.
+    while ((length = ::getline(&line.text, &line.size, file)) != -1 && std::ferror(file) == 0)
+      apply_line({line.text, static_cast<std::size_t>(length)}, preferences);
+  } catch (const std::bad_alloc&) {
+    // A line too long for memory ends the reading as an error does.
   }
   return preferences;
 }
@@ -76,8 +76,7 @@ std::string preferences_text(const Preferences& preferences) {
 
 Preferences load_preferences() {
   const FileHandle file(std::fopen(preferences_path().c_str(), "r"));
-  if (!file) return {};
-  return preferences_from_text(read_text(file.get()));
+  return file ? read_preferences(file.get()) : Preferences{};
 }
 
 bool save_preferences(const Preferences& preferences) {

@@ -16,14 +16,15 @@
 // count (which takes care of carriage returns), and empty lines do not either. A line that begins with "#" or ";" is a
 // comment, one that begins with "[" a section header; sections mean nothing. Every other line is an assignment as on
 // the command line, and one that would be rejected there changes nothing here. The last good line for a name wins.
-// Lines may hold any byte and be of any length.
+// Lines may hold any byte and be of any length. One line is in memory at a time; a line too long for memory ends the
+// reading.
 //
 // Nothing here prints. All paths are fixed: no environment variable moves them.
 
 #pragma once
 
+#include <cstdio>
 #include <string>
-#include <string_view>
 
 #include "prefs/preferences.h"
 
@@ -32,14 +33,14 @@ namespace nebulark {
 // The file's absolute path.
 [[nodiscard]] std::string preferences_path();
 
-// The preferences that a file of this text sets, over the defaults.
-[[nodiscard]] Preferences preferences_from_text(std::string_view text);
+// The preferences that an open file sets, over the defaults. Reads from where the file stands, and does not close it.
+// Where reading ends early, by an error or for want of memory, the whole lines before that point count.
+[[nodiscard]] Preferences read_preferences(std::FILE* file);
 
 // The eight lines shown above, with these preferences. A value outside its enumeration is written as the default.
 [[nodiscard]] std::string preferences_text(const Preferences& preferences);
 
-// What the file sets, over the defaults. A file that is absent or cannot be read sets nothing; one that fails part way
-// sets what its whole lines before that point set.
+// What the preferences file sets, as above. A file that is absent or cannot be opened sets nothing.
 [[nodiscard]] Preferences load_preferences();
 
 // Replaces the file by a new one, mode 0644, in one step: a reader sees the old text or the new one. Makes the file's

@@ -154,9 +154,6 @@ def test_without_proc_only_elevation_is_missing(furnished, installed_tool, words
 
 # Memory
 
-NO_MEMORY = b"terminate called after throwing an instance of 'std::bad_alloc'\n  what():  std::bad_alloc\n"
-ABORTED = Outcome(-6, b"", NO_MEMORY)
-
 
 def memory(kib: int) -> list[str]:
     """The tool with so much memory; whoever becomes ann before that needs some too. Aborting dumps no core."""
@@ -195,12 +192,29 @@ def test_however_little_memory_there_is_the_work_is_done_or_left(furnished, name
 
 @pytest.mark.usefixtures("unsanitized")
 @pytest.mark.parametrize("name", ["prefs", "save"])
-def test_preferences_larger_than_memory_end_the_tool_before_it_changes_anything(furnished, name):
-    words, user, _, _ = RUNS[name]
-    big = b"#" * (16 << 20) + b"\n" + BEFORE[0]
+def test_preferences_larger_than_memory_are_read_line_by_line(furnished, name):
+    words, user, outcome, after = RUNS[name]
+    big = (b"#" * 63 + b"\n") * (1 << 20) + BEFORE[0]
     furnished.prefs.write_bytes(big)
-    run = furnished.run(*words, user=user, tool=memory(12 << 10))
-    assert (run, state(furnished)) == (ABORTED, (big, *BEFORE[1:]))
+    run = furnished.run(*words, user=user, tool=memory(60_000_000 >> 10))
+    assert (run, state(furnished)) == (outcome, (big if name == "prefs" else after[0], *after[1:]))
+
+
+@pytest.mark.usefixtures("unsanitized")
+def test_line_longer_than_memory_ends_the_reading(machine):
+    # The line is read, and its value copied three times. Whichever of these finds no memory, nothing after it counts.
+    content = b"labelcorner=topleft\nautostretch=" + b"x" * (16 << 20) + b"\nlabelformat=on\n"
+    start = dict(labelcorner="topleft", cfa="mono")
+    whole = dict(start, labelformat="on")
+    enough = []
+    for mib in range(16, 112, 4):
+        machine.prefs.write_bytes(content)
+        run = machine.run(*SET_MONO, tool=memory(mib << 10))
+        enough.append(run.out == listing(**whole) + HINT)
+        read = whole if enough[-1] else start
+        assert (run, machine.prefs.read_bytes()) == ((0, listing(**read) + HINT, b""), stored(**read)), mib
+    assert set(enough) == {False, True}
+    assert enough == sorted(enough)
 
 
 @pytest.mark.usefixtures("unsanitized")

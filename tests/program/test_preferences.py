@@ -377,6 +377,15 @@ def test_save_uses_a_stale_temporary_file(machine):
     assert machine.prefs.stat().st_ino == inode
 
 
+def test_save_follows_a_link_in_place_of_the_temporary_file(machine):
+    machine.prefs_tmp.symlink_to("else")
+    assert machine.run("--set", "cfa=mono") == (0, listing(cfa="mono") + HINT, b"")
+    saved = machine.prefs.with_name("else")
+    assert entries(machine.share).keys() == {machine.prefs.parent, machine.prefs, saved}
+    assert entry(machine.prefs)[1:] == ("lrwxrwxrwx", 0, "else")
+    assert entry(saved)[1:] == ("-rw-r--r--", 0, stored(cfa="mono"))
+
+
 def test_save_goes_on_when_the_mode_cannot_be_set(machine):
     # Ann may write this temporary file, which root left in her directory, but not change its mode.
     os.chown(machine.prefs.parent, ANN, ANN)

@@ -3,6 +3,9 @@
 #include <string>
 #include <string_view>
 
+#include <sys/mman.h>
+
+#include "base/handles.h"
 #include "case.h"
 #include "near_misses.h"
 #include "prefs/records.h"
@@ -14,6 +17,13 @@ namespace {
 using std::string_view_literals::operator""sv;
 
 constexpr std::size_t megabyte = 1U << 20;
+
+Preferences preferences_in_a_file_of(std::string_view text) {
+  const FileHandle file = stream_over(Descriptor(::memfd_create("preferences", MFD_CLOEXEC)), "w+");
+  EXPECT_EQ(std::fwrite(text.data(), 1, text.size(), file.get()), text.size());
+  std::rewind(file.get());
+  return read_preferences(file.get());
+}
 
 TEST(PreferencesPath, IsTheMachineWideFile) { EXPECT_EQ(preferences_path(), "/usr/share/nebulark/preferences.conf"); }
 
@@ -58,7 +68,7 @@ TEST(FileTextOfEveryRecord, SpellsEachValueOnALineOfItsOwnAndReadsBackAsTheRecor
     expected.append("\nlabelformat=").append(record.preferences.labelformat ? "true" : "false");
     expected.append("\nlabelcorner=").append(record.labelcorner).append("\n");
     EXPECT_EQ(preferences_text(record.preferences), expected);
-    EXPECT_EQ(preferences_from_text(expected), record.preferences);
+    EXPECT_EQ(preferences_in_a_file_of(expected), record.preferences);
   }
 }
 
@@ -73,7 +83,7 @@ TEST(FileTextOfStrayValues, SpellsThemAsTheDefaults) {
 
 class TextOfAFile : public testing::TestWithParam<Case<std::string_view, Preferences>> {};
 
-TEST_P(TextOfAFile, Sets) { EXPECT_EQ(preferences_from_text(GetParam().given), GetParam().expected); }
+TEST_P(TextOfAFile, Sets) { EXPECT_EQ(preferences_in_a_file_of(GetParam().given), GetParam().expected); }
 
 constexpr Case<std::string_view, Preferences> readings[] = {
     {"NothingWhenEmpty", "", {}},
@@ -116,16 +126,16 @@ INSTANTIATE_TEST_SUITE_P(, TextOfAFile, testing::ValuesIn(readings), case_name);
 // The line must change nothing, wherever it stands and however it ends, and its neighbours must be read all the same.
 void expect_ignored(std::string_view line) {
   const std::string text(line);
-  EXPECT_EQ(preferences_from_text(text), Preferences{});
+  EXPECT_EQ(preferences_in_a_file_of(text), Preferences{});
 
   const Preferences neighbours{false, Brightness::Darker, CfaMode::Color, true, LabelCorner::BottomLeft};
   for (const std::string end : {"\n", "\r\n", " \t\n"}) {
-    EXPECT_EQ(preferences_from_text("autostretch=no\nbrightness=darker\ncfa=color\n" + text + end +
-                                    "labelformat=yes\nlabelcorner=bottomleft"),
+    EXPECT_EQ(preferences_in_a_file_of("autostretch=no\nbrightness=darker\ncfa=color\n" + text + end +
+                                       "labelformat=yes\nlabelcorner=bottomleft"),
               neighbours);
-    EXPECT_EQ(preferences_from_text("autostretch=no\nbrightness=darker\ncfa=color\nlabelformat=yes\n"
-                                    "labelcorner=bottomleft\n" +
-                                    text + end),
+    EXPECT_EQ(preferences_in_a_file_of("autostretch=no\nbrightness=darker\ncfa=color\nlabelformat=yes\n"
+                                       "labelcorner=bottomleft\n" +
+                                       text + end),
               neighbours);
   }
 }
@@ -197,13 +207,13 @@ TEST(IgnoredLines, MayBeAMegabyteLong) {
   const std::string text(megabyte, 'x');
   for (const std::string& line : {text, "# " + text, "[" + text, "cfa=" + text, text + "=mono",
                                   std::string(megabyte, '\0'), std::string(megabyte, ' ')})
-    EXPECT_EQ(preferences_from_text("cfa=color\n" + line + "\nlabelformat=on"),
+    EXPECT_EQ(preferences_in_a_file_of("cfa=color\n" + line + "\nlabelformat=on"),
               (Preferences{.cfa = CfaMode::Color, .labelformat = true}));
 }
 
 TEST(FileLines, MayHoldAMegabyteOfBlanks) {
   const std::string blanks(megabyte, ' ');
-  EXPECT_EQ(preferences_from_text(blanks + "cfa" + blanks + "=" + blanks + "mono" + blanks + "\n"),
+  EXPECT_EQ(preferences_in_a_file_of(blanks + "cfa" + blanks + "=" + blanks + "mono" + blanks + "\n"),
             Preferences{.cfa = CfaMode::Mono});
 }
 
@@ -211,7 +221,7 @@ TEST(FileLines, MayBeAnyNumber) {
   std::string text;
   for (int line = 0; line < 10000; ++line)
     text += "cfa=color\n\n# comment\n";
-  EXPECT_EQ(preferences_from_text(text + "cfa=mono"), Preferences{.cfa = CfaMode::Mono});
+  EXPECT_EQ(preferences_in_a_file_of(text + "cfa=mono"), Preferences{.cfa = CfaMode::Mono});
 }
 
 } // namespace
