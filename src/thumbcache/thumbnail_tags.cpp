@@ -67,11 +67,10 @@ private:
   std::unique_ptr<char[]> long_; // for what the window cannot hold
 };
 
+// Written out, because compilers make one instruction of it.
 std::uint32_t big_endian(std::string_view bytes) {
-  std::uint32_t number = 0;
-  for (const char byte : bytes)
-    number = number << 8 | static_cast<unsigned char>(byte);
-  return number;
+  const auto byte = [bytes](std::size_t at) { return std::uint32_t{static_cast<unsigned char>(bytes[at])}; };
+  return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
 }
 
 void keep_if_tag(std::string_view data, ThumbnailTags& tags) {

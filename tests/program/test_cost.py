@@ -27,7 +27,7 @@ DELETED = KEPT | Counter({"unlink": 1})
 DELETED_UNREAD = Counter({"newfstatat": 1, "unlink": 1})
 
 # A change that needs fewer changes the number.
-INSTRUCTIONS = 900
+INSTRUCTIONS = 830
 
 
 @pytest.fixture(autouse=True)

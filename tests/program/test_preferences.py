@@ -405,6 +405,12 @@ def test_save_fails_when_the_temporary_file_cannot_be_opened(machine):
     assert entries(machine.share) == before
 
 
+def test_save_does_not_notice_a_limit_on_the_size_of_files_whose_signal_is_ignored(machine):
+    script = "trap '' XFSZ; exec prlimit --fsize=100 \"$@\""
+    assert machine.run("--set", "cfa=mono", script=script) == (0, listing(cfa="mono") + HINT, b"")
+    assert machine.prefs.read_bytes() == stored(cfa="mono")[:100]
+
+
 def test_save_does_not_notice_a_full_file_system(machine):
     # The eight lines leave the stream's buffer when it is closed, and how that went is not looked at: the empty
     # temporary file takes the old file's place, and the listing shows what was meant to be stored. Readers take an
