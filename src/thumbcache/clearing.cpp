@@ -1,10 +1,10 @@
 #include "thumbcache/clearing.h"
 
 #include <cstdio>
+#include <memory>
 #include <new>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -20,24 +20,22 @@ namespace nebulark {
 
 namespace {
 
-// A directory that is being cleared.
+// A directory that is being cleared, and the one that it was found in. These are not calls of a function within itself:
+// the deepest tree that descriptors and memory allow must not overflow the stack.
 struct Level {
   DirectoryHandle directory;
   ReadAhead read_ahead;
+  std::unique_ptr<Level> above;
 };
 
-// The directories that are open, each below the one before it. They are not calls of a function within itself: the
-// deepest tree that descriptors and memory allow must not overflow the stack.
-using Levels = std::vector<Level>;
-
-// Passes over what could not be opened, and over what there is no memory for.
-void enter(Levels& levels, Descriptor descriptor) {
+// Goes down into a directory. Passes over one that could not be opened, or that there is no memory for.
+void enter(std::unique_ptr<Level>& level, Descriptor descriptor) {
   DirectoryHandle directory = directory_over(std::move(descriptor));
   if (!directory) return;
-  try {
-    levels.push_back({std::move(directory), {}});
-  } catch (const std::bad_alloc&) {
-  }
+  std::unique_ptr<Level> below(new (std::nothrow) Level{std::move(directory), {}, nullptr});
+  if (!below) return;
+  below->above = std::move(level);
+  level = std::move(below);
 }
 
 void clear_file(int directory, const char* name, bool all, ClearCounts& counts) {
@@ -50,16 +48,16 @@ void clear_file(int directory, const char* name, bool all, ClearCounts& counts) 
 
 // Other programs may rename directories and put links in their places at any moment, and a path may then lead anywhere.
 // So no path is formed: an entry is looked at, opened and deleted in the directory that is open.
-void clear_entry(Levels& levels, const dirent& entry, bool all, ClearCounts& counts) {
-  const int directory = ::dirfd(levels.back().directory.get());
-  if (!all) levels.back().read_ahead.arrive_at(directory, entry);
+void clear_entry(std::unique_ptr<Level>& level, const dirent& entry, bool all, ClearCounts& counts) {
+  const int directory = ::dirfd(level->directory.get());
+  if (!all) level->read_ahead.arrive_at(directory, entry);
 
   // The type in the directory entry is not enough: some file systems leave it out, and a directory that may be listed
   // but not entered must count for nothing.
   struct stat status;
   if (::fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
   if (S_ISDIR(status.st_mode))
-    enter(levels, Descriptor(::openat(directory, entry.d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
+    enter(level, Descriptor(::openat(directory, entry.d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
   if (S_ISREG(status.st_mode)) clear_file(directory, entry.d_name, all, counts);
 }
 
@@ -85,14 +83,14 @@ void report(const std::string& cache, bool all, const ClearCounts& counts) {
 } // namespace
 
 void clear_thumbnail_tree(const std::string& directory, bool all, ClearCounts& counts) {
-  Levels levels;
-  enter(levels, Descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
-  while (!levels.empty()) {
-    const dirent* const entry = ::readdir(levels.back().directory.get());
+  std::unique_ptr<Level> level;
+  enter(level, Descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+  while (level) {
+    const dirent* const entry = ::readdir(level->directory.get());
     if (entry == nullptr) {
-      levels.pop_back();
+      level = std::move(level->above);
     } else if (!is_dot_or_dot_dot(entry->d_name)) {
-      clear_entry(levels, *entry, all, counts);
+      clear_entry(level, *entry, all, counts);
     }
   }
 }

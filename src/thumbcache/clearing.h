@@ -18,7 +18,7 @@ struct ClearCounts {
 // is an entry whose status cannot be read. A file that cannot be deleted counts in neither number.
 //
 // `directory` may be a symbolic link. Below it no path is used, and each level down keeps its directory open: depth is
-// limited by how many descriptors the process may have, and what lies deeper is passed over.
+// limited by the process's descriptors and memory, and what lies deeper is passed over.
 void clear_thumbnail_tree(const std::string& directory, bool all, ClearCounts& counts);
 
 // Clears the user's thumbnail cache and reports on standard output what was removed; a cache that is not there is an

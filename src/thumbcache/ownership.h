@@ -16,7 +16,7 @@ inline constexpr std::array<std::string_view, 5> nebulark_mime_types{"image/x-xi
 // ends in one of nebulark_extensions (in any case), or its MIME type is one of nebulark_mime_types (to the byte).
 //
 // False for what cannot be opened at once: a symbolic link, which is not followed; a file without read permission; one
-// that another program holds a write lease on. A pipe is not waited for.
+// on which another program still holds a write lease. A pipe is not waited for.
 [[nodiscard]] bool is_nebulark_thumbnail(int directory, const char* name);
 
 } // namespace nebulark

@@ -39,7 +39,7 @@ DirectoryHandle listing_from(int directory, off_t place) {
 }
 
 // Asks for the heads of the next `count` files from a place in the listing on. Returns the place after them; none where
-// the first head is in memory already.
+// the first head is in memory already, or where it cannot be asked for.
 std::optional<off_t> ask_for_heads(int directory, off_t place, unsigned count) {
   const DirectoryHandle listing = listing_from(directory, place);
   if (!listing) return std::nullopt;

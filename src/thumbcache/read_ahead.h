@@ -5,8 +5,11 @@
 // the kernel is told what comes next in the listing, and reads those heads while the present ones are judged.
 //
 // These are hints. They change no result, no order and no count, they open regular files only (by the type in the
-// directory entry), and nothing stays open between two calls, so that they never take a descriptor from the walk. Where
-// the kernel or the file system cannot tell what is in memory, nothing is read ahead.
+// directory entry), and nothing stays open between two calls, so that they never take a descriptor from the walk. Only
+// a program that holds a write lease on a file can notice: opening asks it to give the lease up.
+//
+// Where the kernel cannot tell what is in memory, or the file system leaves types out of its directory entries, nothing
+// is read ahead.
 
 #pragma once
 
@@ -26,7 +29,7 @@ public:
 
 private:
   unsigned files_ = 0;        // regular files so far
-  std::optional<off_t> next_; // the place in the listing up to which heads were asked for; none while that is off
+  std::optional<off_t> next_; // the place in the listing up to which heads were asked for; none while nothing is read ahead
 };
 
 } // namespace nebulark

@@ -42,7 +42,7 @@ ssize_t read_from_disk(Read real, int file, void* to, std::size_t size, Offset o
 
 } // namespace
 
-// The name depends on the C library and on how wide its offsets are.
+// The name depends on the C library, on how wide its offsets are, and on whether it checks the size of buffers.
 extern "C" {
 ssize_t __real_pread(int file, void* to, std::size_t size, off_t offset);
 ssize_t __wrap_pread(int file, void* to, std::size_t size, off_t offset);
@@ -55,6 +55,12 @@ ssize_t __real_pread64(int file, void* to, std::size_t size, off64_t offset);
 ssize_t __wrap_pread64(int file, void* to, std::size_t size, off64_t offset);
 ssize_t __wrap_pread64(int file, void* to, std::size_t size, off64_t offset) {
   return read_from_disk(__real_pread64, file, to, size, offset);
+}
+
+ssize_t __wrap___pread64_chk(int file, void* to, std::size_t size, off64_t offset, std::size_t room);
+ssize_t __wrap___pread64_chk(int file, void* to, std::size_t size, off64_t offset, std::size_t room) {
+  nebulark::require(size <= room, "a read fits into its buffer");
+  return __wrap_pread64(file, to, size, offset);
 }
 #endif
 }
