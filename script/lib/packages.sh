@@ -1,12 +1,13 @@
 # shellcheck shell=bash
 # Sourced by the commands in script/. need GROUP... installs what script/packages lists for these groups and this machine
-# lacks, and says what before it does. Where nothing is missing it does not call the package manager.
+# lacks, and says what before it does. A processor is a group too: its compiler. Where nothing is missing it does not call
+# the package manager.
 
 packages_of() {
   local groups=" $* " group names
   while read -r group names; do
     case $groups in *" $group "*) printf '%s ' "$names" ;; esac
-  done < <(grep -v '^#' script/packages)
+  done < <(grep -v '^#' script/packages && awk '!/^#/ { print $1, $2 }' cmake/processors)
 }
 
 is_installed() {

@@ -30,7 +30,7 @@ with_terminals() {
 
 # The tests make mount namespaces and become other users, for which they must be root.
 program_tests() { # BINARY RESULT [PYTEST-OPTION...]
-  with_terminals env NEBULARK_CTL="$PWD/$1" TEST_NAME="$name" ${CI:+CI="$CI"} PYTHONDONTWRITEBYTECODE=1 \
+  with_terminals env NEBULARK_CTL="$PWD/$1" NEBULARK_EMULATOR="${NEBULARK_EMULATOR-}" TEST_NAME="$name" ${CI:+CI="$CI"} PYTHONDONTWRITEBYTECODE=1 \
     /usr/bin/python3 -m pytest -q -p no:cacheprovider -n "$(nproc)" \
     --junitxml="$results/$2.xml" "${@:3}" tests/program ||
     { [ $? -eq 5 ] && [ -n "$name" ]; } || status=1 # 5: none of that name
