@@ -34,8 +34,12 @@ endfunction()
 add_flags_where_known(-ffunction-sections -fdata-sections)
 add_link_flags_where_known(-Wl,--gc-sections -Wl,--as-needed)
 
+# Both or neither: what throws and what catches must be of one runtime.
 if(NEBULARK_STATIC_RUNTIME)
-  add_link_flags_where_known(-static-libstdc++ -static-libgcc)
+  add_link_flags_where_known(-static-libstdc++)
+  if(links_static_libstdc__)
+    add_link_flags_where_known(-static-libgcc)
+  endif()
 endif()
 
 if(NEBULARK_HARDENING)
