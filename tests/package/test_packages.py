@@ -13,8 +13,9 @@ import tempfile
 from pathlib import Path
 
 import pytest
+from machine import PROJECT, SUPPORT
+from texts import HINT, listing, shown, stored
 
-PROJECT = Path(__file__).parents[2]
 CHANGELOG = "data/package/changelog"
 PREFERENCES = "usr/share/nebulark/preferences.conf"
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/nonexistent", "DEBIAN_FRONTEND": "noninteractive"}
@@ -46,30 +47,6 @@ IN_DEB = {name: mode for name, mode in ZIPPED.items() if "/licenses/" not in nam
     "usr/share/lintian/overrides/nebulark-ctl": 0o644,
 }
 
-DEFAULTS = b"""\
-autostretch = on
-brightness  = standard  (target background 0.25)
-cfa         = auto
-labelformat = off
-labelcorner = bottomright
-"""
-DARKER = DEFAULTS.replace(b"standard  (target background 0.25)", b"darker  (target background 0.15)")
-HINT = b"""
-Already-cached thumbnails keep their old rendering. Use
---clear-thumb-cache to redraw them.
-"""
-STORED = b"""\
-# Nebulark rendering preferences, machine wide.
-# Written by nebulark-ctl --set or the settings window.
-[General]
-autostretch=true
-brightness=darker
-cfa=auto
-labelformat=false
-labelcorner=bottomright
-"""
-
-
 def run(*command, check=True, env={}, **how) -> subprocess.CompletedProcess:
     done = subprocess.run(command, capture_output=True, env=ENVIRONMENT | env, **how)
     if check and done.returncode != 0:
@@ -92,8 +69,8 @@ def tree(root: Path) -> dict[str, int]:
 
 def privately(directory: Path, script: str, *words, **how) -> subprocess.CompletedProcess:
     """Runs a shell script in mount, process and network namespaces of its own."""
-    unshare = ["unshare", "--mount", "--pid", "--net", "--fork", "--kill-child"]
-    return run(*unshare, "sh", "-euc", script, "sh", *words, cwd=directory, **how)
+    unshare = ["unshare", "--pid", "--net", "--fork", "--kill-child"]
+    return run(SUPPORT / "private", *unshare, "sh", "-euc", script, "sh", *words, cwd=directory, **how)
 
 
 @pytest.fixture(scope="session", autouse=True)
@@ -161,10 +138,10 @@ class Debian:
         self.run("apt-get", "install", "--yes", f"/{package.name}")
 
     def set_preferences(self):
-        assert self.run("nebulark-ctl", "--set", "brightness=darker").stdout == DARKER + HINT
+        assert self.run("nebulark-ctl", "--set", "brightness=darker").stdout == listing(brightness="darker") + HINT
 
     def has_preferences(self) -> bool:
-        return (self.files / PREFERENCES).read_bytes() == STORED
+        return (self.files / PREFERENCES).read_bytes() == stored(brightness="darker")
 
 
 @pytest.fixture(scope="session")
@@ -187,8 +164,7 @@ def installed(debian, packages, tool):
 
 
 def test_preferences_can_be_shown_and_changed_at_once(installed):
-    stored = b"\nstored in /usr/share/nebulark/preferences.conf\n"
-    assert installed.run("nebulark-ctl", "--prefs").stdout == DEFAULTS + stored
+    assert installed.run("nebulark-ctl", "--prefs").stdout == shown()
     installed.set_preferences()
     assert installed.has_preferences()
 
@@ -342,7 +318,7 @@ def test_rpm_installs_exactly_what_belongs_there(packages, tmp_path, machine):
 def test_rpm_leaves_preferences_when_it_is_removed(packages, tmp_path):
     system = RpmSystem(tmp_path / "root")
     system.install(of_kind(packages, ".x86_64.rpm"))
-    (system.root / PREFERENCES).write_bytes(STORED)
+    (system.root / PREFERENCES).write_bytes(stored(brightness="darker"))
     system.run("--erase", "nebulark-ctl")
     assert system.tree() == {PREFERENCES: 0o644}
 
@@ -432,7 +408,7 @@ def test_scripts_install_and_uninstall_all_but_preferences(sources, tmp_path):
         "  /usr/share/nebulark",
         "To remove it again: script/uninstall",
     }
-    said = done.stdout.removeprefix(DARKER + HINT).decode().splitlines()
+    said = done.stdout.removeprefix(listing(brightness="darker") + HINT).decode().splitlines()
     assert said[0] == "Removing:" and set(said[1:-2]) == files
     assert said[-2:] == [
         "Your preferences stay in /usr/share/nebulark/preferences.conf. Nothing needs them now:",

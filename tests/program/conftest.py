@@ -1,135 +1,25 @@
-"""The built tool on machines of the tests' own.
-
-Every test here takes the fixture `machine`: a directory that stands in for /usr/share, what differs in /usr/bin, and
-/home (see `sandbox`). A run happens in a mount namespace of its own, in which the tool is /usr/bin/nebulark-ctl and
-works on its real, fixed paths; tests prepare and examine the same files from outside.
-
-    def test_shows_defaults(machine):
-        assert machine.run("--prefs") == (0, b"autostretch = on\\n...", b"")
-
-The tool is the file named by NEBULARK_CTL, or else build/release/nebulark-ctl. NEBULARK_EMULATOR is the program that runs
-it, where it is built for another processor. Where no namespaces can be made the
-tests are skipped with the reason; with CI set they fail instead.
+"""What every test here may ask for by name. Where no namespaces can be made, none of these tests can run: they are skipped,
+and say why once; with CI set that is a failure.
 """
 
 import os
 import shutil
-import subprocess
-from collections.abc import Mapping, Sequence
 from pathlib import Path
-from typing import NamedTuple
 
 import pytest
+from cache import Cache
+from desk import Desk
+from machine import BUILT, EMULATOR, Machine, why_no_sandbox
+from page import PAGE
 
-HERE = Path(__file__).parent
-BUILT = Path(os.environ.get("NEBULARK_CTL", HERE.parents[1] / "build/release/nebulark-ctl"))
-TOOL = "/usr/bin/nebulark-ctl"
-
-# What runs the tool where it is built for another processor. Its own files are all real ones: the tool names the C library
-# of that processor, so that qemu need not look for any path in another place.
-EMULATOR = os.environ.get("NEBULARK_EMULATOR", "").split()
-RUN_TOOL = [*EMULATOR, TOOL]
+SKIPPED = 77  # as CTest is told
 
 
-def unless_emulated(reason: str):
-    """Marks a test that would say nothing of the tool under qemu, or nothing true."""
-    return pytest.mark.skipif(bool(EMULATOR), reason=f"under qemu {reason}")
-
-
-os.umask(0o022)  # the machines' directories are for ann too, whoever runs the tests
-
-ANN = 1000  # an ordinary user: her user id and her only group
-BECOME = {
-    "root": [],
-    "ann": ["setpriv", f"--reuid={ANN}", f"--regid={ANN}", "--clear-groups", "--"],
-}
-
-# The environment of a run under strace, where a sanitized tool cannot look for leaks.
-TRACED = {"ASAN_OPTIONS": "detect_leaks=0"}
-
-
-def pytest_collection_modifyitems(config, items):
-    """Runs what TEST_NAME is part of, to the letter; pytest's own -k reads an expression, and folds case."""
-    name = os.environ.get("TEST_NAME", "")
-    config.hook.pytest_deselected(items=[item for item in items if name not in item.nodeid])
-    items[:] = [item for item in items if name in item.nodeid]
-
-
-class Outcome(NamedTuple):
-    status: int  # negative: the signal that ended the run
-    out: bytes
-    err: bytes
-
-
-class Machine:
-    """A machine with the tool installed, the preferences directory empty, no pkexec, and an ordinary user, ann.
-
-    share   is /usr/share
-    prefs   is /usr/share/nebulark/preferences.conf, and prefs_tmp the temporary file beside it
-    bin     is what /usr/bin has besides the real one's programs
-    home    is /home, and ann, in it, belongs to the ordinary user
-    """
-
-    def __init__(self, root: Path, tool: Path):
-        self.root = root
-        self.share, self.bin, self.home = root / "share", root / "bin", root / "home"
-        self.ann = self.home / "ann"
-        self.prefs = self.share / "nebulark/preferences.conf"
-        self.prefs_tmp = self.share / "nebulark/preferences.conf.tmp"
-        for directory in (self.prefs.parent, self.bin, self.ann):
-            directory.mkdir(parents=True)
-        os.chown(self.ann, ANN, ANN)
-        os.link(tool, self.bin / "nebulark-ctl")
-
-    def pkexec(self, text: str, mode: int = 0o755):
-        """Installs a pkexec: a program text that begins with #!, or whatever the file is to hold."""
-        (self.bin / "pkexec").write_text(text)
-        (self.bin / "pkexec").chmod(mode)
-
-    def run(
-        self,
-        *words: str | bytes,
-        user: str = "root",
-        env: Mapping[str | bytes, str | bytes] = {},
-        stdin: bytes = b"",
-        script: str = 'exec "$@"',
-        tool: Sequence[str | bytes] = RUN_TOOL,
-    ) -> Outcome:
-        """Runs the tool with these words, as "root" or as "ann", and gives its status and what it wrote.
-
-        env     is the tool's whole environment
-        script  is run by sh, as root and inside the namespace, and is to run "$@", which is the tool. Here stands what
-                is special about a run, for example
-                    umask 077; exec "$@"
-                    exec "$@" 2>&1                                          both streams in one pipe, err stays empty
-                    exec "$@" >&-                                           standard output closed
-                    mount -o remount,bind,ro /usr/share; exec "$@"          the share directory mounted read-only
-                    exec strace -f -o /home/trace "$@"
-                    "$@"; status=$?; cp -a /tmp/. /home; exit $status       looked at while the namespace still stands
-        tool    is what starts the tool inside, where that is not its plain path; behind EMULATOR, if that is the tool
-
-        The status of sandbox, should it fail, is 125, and of the tool, should it not start, 126 or 127; the tool itself
-        has none of these.
-        """
-        variables = [b"=".join(map(os.fsencode, pair)) for pair in env.items()]
-        command = [*BECOME[user], "env", "-i", *variables, *tool, *words]
-        done = sandbox(self.root, "sh", "-c", script, "sh", *command, input=stdin)
-        return Outcome(done.returncode, done.stdout, done.stderr)
-
-
-def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedProcess:
-    """Runs a command in a sandbox with these three directories, and in a session of its own, so that a signal to its
-    process group does not reach the tests, nor the signals that they ignore it: those of a test run under nohup or in
-    the background. The time limit only keeps a hang from lasting."""
-    return subprocess.run(
-        ["/usr/bin/env", "--default-signal", HERE / "sandbox", root, *command],
-        env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"},
-        cwd="/",
-        capture_output=True,
-        start_new_session=True,
-        timeout=60,
-        **how,
-    )
+def pytest_sessionstart(session):
+    if hasattr(session.config, "workerinput"):
+        return  # its parent has asked
+    if reason := why_no_sandbox():
+        pytest.exit(f"no mount namespaces here: {reason}", 1 if "CI" in os.environ else SKIPPED)
 
 
 @pytest.fixture(scope="session")
@@ -139,21 +29,14 @@ def installed_tool(tmp_path_factory) -> Path:
     return Path(shutil.copy2(BUILT, tool))
 
 
-@pytest.fixture(scope="session")
-def namespaces(tmp_path_factory):
-    """Skips, or under CI fails, every test where no mount namespace can be had."""
-    root = tmp_path_factory.mktemp("empty")
-    for name in ("share", "bin", "home"):
-        (root / name).mkdir()
-    probe = sandbox(root, "true")
-    if probe.returncode != 0:
-        reason = "no mount namespaces here: " + os.fsdecode(probe.stderr).strip()
-        (pytest.fail if "CI" in os.environ else pytest.skip)(reason)
+@pytest.fixture
+def machine(installed_tool, tmp_path) -> Machine:
+    return Machine(tmp_path, installed_tool)
 
 
 @pytest.fixture
-def machine(namespaces, installed_tool, tmp_path) -> Machine:
-    return Machine(tmp_path, installed_tool)
+def cache(machine) -> Cache:
+    return Cache(machine)
 
 
 @pytest.fixture
@@ -169,16 +52,15 @@ def polkit(machine):
 
 
 @pytest.fixture
-def desk(machine):
+def desk(machine) -> Desk:
     if EMULATOR:
         pytest.skip("the real pkexec starts the tool without qemu")
-    from desk import Desk  # which needs this module first
-
     return Desk(machine)
 
 
-@pytest.fixture
-def cache(machine):
-    from cache import Cache  # which needs this module first
-
-    return Cache(machine)
+@pytest.fixture(scope="session")
+def built_page() -> Path:
+    """Skips, or under CI fails, every test where the page was not built."""
+    if not PAGE.exists():
+        (pytest.fail if "CI" in os.environ else pytest.skip)(f"there is no {PAGE}: was mandoc there when it was built?")
+    return PAGE

@@ -4,7 +4,7 @@ import re
 import subprocess
 
 import pytest
-from conftest import BUILT
+from machine import BUILT
 
 
 def readelf(*options: str) -> str:

@@ -7,7 +7,7 @@ import stat
 
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all
-from conftest import TRACED, Outcome
+from machine import TRACED, Outcome
 
 SIZES = ["normal", "large", "x-large", "xx-large", "fail"]
 

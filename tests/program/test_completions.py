@@ -7,10 +7,10 @@ import subprocess
 import pexpect
 import pytest
 
-from conftest import HERE
+from machine import PROJECT
 from vocabulary import commands, preferences
 
-COMPLETIONS = HERE.parents[1] / "data/completions"
+COMPLETIONS = PROJECT / "data/completions"
 
 TAB = "\t"
 BACK = "\x02"  # one character to the left

@@ -10,7 +10,7 @@ from collections import Counter
 
 import pytest
 from cache import FITS, PHOTO, Cache, report, report_all
-from conftest import BUILT, TOOL, unless_emulated
+from machine import BUILT, TOOL, unless_emulated
 from png import chunk
 from tracing import is_sanitized, strace
 

@@ -13,13 +13,12 @@ from collections.abc import Iterator
 
 import pytest
 
-from conftest import ANN, HERE, TOOL
-from page import PAGE, built_page  # noqa: F401 (a fixture)
+from machine import ANN, PROJECT, TOOL
+from page import PAGE
 from texts import HINT, NOTICE, listing
 from vocabulary import SOURCES, Preference, commands, levels, preferences, stored_preferences, table
 
-ROOT = HERE.parents[1]
-MANUALS = sorted((ROOT / "data/man").iterdir())
+MANUALS = sorted((PROJECT / "data/man").iterdir())
 SVG = "{http://www.w3.org/2000/svg}"
 
 
@@ -200,7 +199,7 @@ def in_page(part: str):
 
 
 def in_readme(_page) -> list[str]:
-    indented = re.findall(r"(?:^    .*\n|^\n(?=    ))+", (ROOT / "README.md").read_text(), re.MULTILINE)
+    indented = re.findall(r"(?:^    .*\n|^\n(?=    ))+", (PROJECT / "README.md").read_text(), re.MULTILINE)
     return [block for block in map(textwrap.dedent, indented) if re.match(r"\n*[$#] nebulark-ctl ", block)]
 
 
@@ -210,7 +209,7 @@ def in_readme(_page) -> list[str]:
 @pytest.mark.usefixtures("polkit")
 def test_transcripts_are_what_the_tool_does(page, machine, transcripts):
     """One after the other, on a machine with the cache of the samples."""
-    shutil.copytree(ROOT / "tests/samples/thumbnails", machine.ann / ".cache/thumbnails")
+    shutil.copytree(PROJECT / "tests/samples/thumbnails", machine.ann / ".cache/thumbnails")
     for path in machine.ann.rglob("*"):
         os.chown(path, ANN, ANN)
 

@@ -4,7 +4,7 @@ import signal
 
 import pytest
 
-from conftest import EMULATOR, RUN_TOOL, TOOL, TRACED, unless_emulated
+from machine import EMULATOR, RUN_TOOL, TOOL, TRACED, unless_emulated
 from texts import CANNOT_WRITE, HINT, NOTICE, listing, stored
 from tracing import counts_lines, is_sanitized
 

@@ -20,7 +20,7 @@ from typing import NamedTuple
 import png
 import pytest
 from cache import CACHE, FITS, PHOTO, Cache, report, report_all
-from conftest import Machine, Outcome
+from machine import Machine, Outcome
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, PATH, listing, shown, stored
 from tracing import Call, Traced, counts_lines, is_sanitized, is_the_tools, strace
 

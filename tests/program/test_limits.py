@@ -6,7 +6,7 @@ import os
 
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all
-from conftest import EMULATOR, TOOL, Outcome
+from machine import EMULATOR, TOOL, Outcome
 from png import chunk
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, listing, shown, stored
 from tracing import is_sanitized

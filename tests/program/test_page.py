@@ -8,7 +8,7 @@ from selenium import webdriver
 from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 
-from page import PAGE, built_page  # noqa: F401 (a fixture)
+from page import PAGE
 from vocabulary import levels
 
 SCHEMES = ["light", "dark"]

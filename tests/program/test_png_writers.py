@@ -8,6 +8,7 @@ import gi
 import png
 import pytest
 from cache import report
+from machine import SUPPORT
 
 gi.require_version("GdkPixbuf", "2.0")
 from gi.repository import GdkPixbuf  # noqa: E402
@@ -42,7 +43,7 @@ SEEN = {*ASCII, *LATIN_1} - {"a-byte", *TOO_LONG}
 @pytest.fixture(scope="session")
 def png_writer(tmp_path_factory) -> Path:
     program = tmp_path_factory.mktemp("png_writer") / "png_writer"
-    source = Path(__file__).with_name("png_writer.c")
+    source = SUPPORT / "png_writer.c"
     subprocess.run(["/usr/bin/gcc", "-Wall", "-Wextra", "-Werror", "-o", program, source, "-lpng"], check=True)
     return program
 

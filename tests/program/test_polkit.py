@@ -10,7 +10,7 @@ import subprocess
 
 import pytest
 
-from conftest import TOOL
+from machine import TOOL
 from desk import ACTION, INTERRUPT, PASSWORD, RUN_THE_COMMAND, START_AGENT
 from texts import CANNOT_WRITE, HINT, NOTICE, PATH, listing, stored
 

@@ -8,7 +8,7 @@ from typing import NamedTuple
 
 import pytest
 
-from conftest import ANN, EMULATOR, TRACED
+from machine import ANN, EMULATOR, TRACED
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, PATH, listing, shown, stored
 
 NEEDS_SUDO = b" (needs sudo to change)"

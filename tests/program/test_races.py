@@ -15,7 +15,7 @@ from typing import NamedTuple
 import pytest
 import texts
 from cache import CACHE, FITS, PHOTO, report
-from conftest import RUN_TOOL, Outcome
+from machine import RUN_TOOL, Outcome
 from texts import COULD_NOT_WRITE, HINT, listing, stored
 from tracing import PATHS, Call, Strace, counts_lines, is_sanitized, is_the_tools, strace
 

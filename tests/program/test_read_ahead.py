@@ -7,7 +7,7 @@ from collections import Counter
 
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all
-from conftest import ANN
+from machine import ANN
 from tracing import is_sanitized, strace
 
 HOME = {"HOME": "/home/ann"}

@@ -9,9 +9,7 @@ from pathlib import Path
 import png
 import pytest
 from cache import report, report_all
-from conftest import ANN
-
-HERE = Path(__file__).parent
+from machine import ANN, PROJECT, SUPPORT
 
 # Tumbler draws FITS pictures with whatever an entry like this, here for ImageMagick, tells it to call.
 THUMBNAILER = """\
@@ -54,7 +52,7 @@ class Painters:
             self.call("/usr/bin/convert", "-size", "30x20", "gradient:navy-gold", "-colorspace", "gray", kind + name)
 
     def thumbnail(self, *words):
-        self.call("dbus-run-session", "--", HERE / "thumbnail.py", *words)
+        self.call("dbus-run-session", "--", SUPPORT / "thumbnail.py", *words)
 
     def cached(self, name, size="normal") -> str:
         """Where the thumbnail of a picture belongs."""
@@ -117,7 +115,7 @@ def test_tags_that_imagemagick_writes_by_itself_stand_behind_the_picture_and_are
 
 
 def test_of_the_sample_cache_what_is_nebularks_goes(painters):
-    shutil.copytree(HERE.parent / "samples/thumbnails", painters.cache.path)
+    shutil.copytree(PROJECT / "tests/samples/thumbnails", painters.cache.path)
     gone = {
         "normal/bb2774bdd1a0e15a4e664cbee7f60a2d.png",
         "normal/126cec4c93971f4546da61e67c1ececf.png",

@@ -3,9 +3,9 @@
 import re
 from typing import NamedTuple
 
-from conftest import HERE, Machine
+from machine import PROJECT, Machine
 
-SOURCES = HERE.parents[1] / "src"
+SOURCES = PROJECT / "src"
 
 
 class Preference(NamedTuple):

@@ -5,7 +5,7 @@ import stat
 from pathlib import Path
 
 import png
-from conftest import ANN, Machine, Outcome
+from machine import ANN, Machine, Outcome
 
 FITS = png.thumbnail("file:///home/ann/Pictures/m31.fits")
 PHOTO = png.thumbnail("file:///home/ann/Pictures/harbour.jpg")

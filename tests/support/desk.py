@@ -9,9 +9,9 @@ from pathlib import Path
 
 import pexpect
 
-from conftest import ANN, BECOME, HERE, Machine
+from machine import ANN, BECOME, PROJECT, SUPPORT, Machine
 
-SOURCE = HERE.parents[1] / "data/polkit/nebulark.ctl.policy.in"
+SOURCE = PROJECT / "data/polkit/nebulark.ctl.policy.in"
 ACTION = b"nebulark.ctl.set-preferences"
 
 # What Debian installs below /usr/share for the system bus and polkit.
@@ -130,7 +130,7 @@ class Desk:
         user = [*BECOME["ann"], "env", "-i", "--default-signal", "PATH=/usr/bin", "sh", "-c", shell, "sh"]
         arguments = map(str, [self.machine.root, *boot, *login, *user, *command])
         path = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
-        with pexpect.spawn(str(HERE / "sandbox"), list(arguments), cwd="/", env=path, timeout=60) as terminal:
+        with pexpect.spawn(str(SUPPORT / "sandbox"), list(arguments), cwd="/", env=path, timeout=60) as terminal:
             terminal.logfile_read = shown = io.BytesIO()
             terminal.delaybeforesend = None
             left = iter(keys)

@@ -10,7 +10,7 @@ from pathlib import Path
 from typing import NamedTuple
 
 import pytest
-from conftest import BECOME, EMULATOR, HERE, TOOL, TRACED, Machine, Outcome
+from machine import BECOME, EMULATOR, SUPPORT, TOOL, TRACED, Machine, Outcome
 
 ENTERED = {"mount": "ns/mnt", "root": "root", "wd": "cwd"}
 PATHS = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
@@ -111,7 +111,7 @@ class Strace:
 @contextmanager
 def strace(machine: Machine) -> Iterator[Strace]:
     """A sandbox that stands until the end of the block."""
-    waiting = [HERE / "sandbox", machine.root, "sh", "-c", "echo; exec cat"]
+    waiting = [SUPPORT / "sandbox", machine.root, "sh", "-c", "echo; exec cat"]
     pipes = dict(stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     with subprocess.Popen(waiting, env=PATHS, cwd="/", start_new_session=True, **pipes) as process:
         assert process.stdout.read(1) == b"\n"
