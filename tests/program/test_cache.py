@@ -81,23 +81,6 @@ def test_files_go_even_if_the_report_cannot_be_written(furnished):
     assert furnished.clear(script='exec "$@" >/dev/full') == (Outcome(0, b"", b""), {"large/m31.png"})
 
 
-# Which mode it is
-
-
-@pytest.mark.parametrize(
-    "second",
-    ["", "x", "all", "-all", "-a", "--al", "--alll", "--All", "--ALL", "--all ", " --all", "--all\n", "--all=on", "--",
-     "--a%sl", b"--all\xff"],
-)  # fmt: skip
-def test_any_second_argument_but_all_is_the_default_mode(furnished, second):
-    assert furnished.clear(second) == (report(1, 1), {"large/m31.png"})
-
-
-def test_third_argument_is_ignored(furnished):
-    assert furnished.clear("x", "--all") == (report(1, 1), {"large/m31.png"})
-    assert furnished.clear("--all", "x") == (report_all(1), {"large/harbour.png"})
-
-
 # Where the cache is
 
 
@@ -222,26 +205,6 @@ def test_files_that_are_no_thumbnails_are_left_but_go_with_all(cache):
     assert cache.clear("--all") == (report_all(len(strays)), set(strays))
 
 
-@clearing(report(2, 2), report_all(4))
-def test_500_levels_of_directories_are_walked(cache, words, result):
-    bottom = "/".join(["normal", *"d" * 500])
-    fits = {"normal/m31.png", f"{bottom}/m31.png"}
-    photos = {"normal/harbour.png", f"{bottom}/harbour.png"}
-    cache.put(FITS, *fits)
-    cache.put(PHOTO, *photos)
-    assert cache.clear(*words) == (result, fits | photos if words else fits)
-
-
-@clearing(report(5000, 5000), report_all(10000))
-def test_10000_files_are_walked(cache, words, result):
-    directory = cache.directory("large")
-    fits, photos = ({f"large/{kind}{i:04}.png" for i in range(5000)} for kind in ("m", "h"))
-    for name in fits | photos:
-        (cache.path / name).write_bytes(FITS if name in fits else PHOTO)
-    assert cache.clear(*words) == (result, fits | photos if words else fits)
-    assert directory.is_dir()
-
-
 # Whatever cannot be reached is skipped, and the run goes on
 
 
@@ -320,17 +283,6 @@ def test_on_a_read_only_file_system_nothing_is_deleted_or_complained_about(furni
     read_only = 'mount -o remount,bind,ro /home; exec "$@"'
     assert furnished.clear(user=user, script=read_only) == (report(0, 1), set())
     assert furnished.clear("--all", user=user, script=read_only) == (report_all(0), set())
-
-
-@clearing(report(26, 1), report_all(27))
-def test_directories_beyond_the_limit_of_open_files_are_skipped(cache, words, result):
-    # Of ten files the standard streams are three, so that seven levels can be open, and then no file in the seventh.
-    # What was read before is closed, or the many directories that follow would not all be read.
-    levels = ["/".join(["normal", *"d" * depth, "m31.png"]) for depth in range(12)]
-    many = [f"large/{i}/m31.png" for i in range(20)]
-    cache.put(FITS, *levels, *many)
-    gone = {*levels[: 7 if words else 6], *many}
-    assert cache.clear(*words, script='ulimit -n 10; exec "$@"') == (result, gone)
 
 
 @clearing(report(60), report_all(60))

@@ -1,8 +1,8 @@
-"""The command word, and what becomes of the words behind it."""
+"""The command word, and what becomes of the words after it."""
 
 import pytest
 
-from texts import USAGE, shown, stored
+from texts import USAGE, shown
 
 VERSION = b"nebulark-ctl 1.2.0\n"
 LONG = "x" * 100 * 1024
@@ -100,25 +100,6 @@ def test_status_of_a_clearing_that_finds_no_cache_is_passed_on(machine):
 def test_standard_input_is_left_unread(machine, words):
     run = machine.run(*words, stdin=b"left alone", script='"$@" >/dev/null 2>&1; cat')
     assert run == (0, b"left alone", b"")
-
-
-@pytest.mark.parametrize("closed", [">&-", "2>&-", "<&- >&- 2>&-", ">/dev/full 2>&1"])
-@pytest.mark.parametrize(
-    "words, status, left",
-    [
-        ([], 2, b"brightness=darker\n"),
-        (["--help"], 0, b"brightness=darker\n"),
-        (["--version"], 0, b"brightness=darker\n"),
-        (["--prefs"], 0, b"brightness=darker\n"),
-        (["--set", "cfa=color"], 0, stored(brightness="darker", cfa="color")),
-        (["--set", "cfa=color", "x"], 2, b"brightness=darker\n"),
-    ],
-    ids=str,
-)
-def test_streams_that_take_nothing_change_neither_status_nor_file(machine, words, status, left, closed):
-    machine.prefs.write_text("brightness=darker\n")
-    assert machine.run(*words, script=f'exec "$@" {closed}').status == status
-    assert machine.prefs.read_bytes() == left
 
 
 def test_environment_names_no_other_place_for_the_preferences(machine):

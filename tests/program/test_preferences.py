@@ -40,68 +40,28 @@ def entries(directory: Path) -> dict[Path, Entry]:
 # Reading
 
 
-FILES = {
-    "nothing at all": (b"", {}),
-    "names and values in any case": (
-        b"AutoStretch=OFF\nBRIGHTNESS=Darker\ncFa=MONO\nLabelFormat=On\nlabelcorner=TopLeft\n",
-        dict(autostretch="off", brightness="darker", cfa="mono", labelformat="on", labelcorner="topleft"),
-    ),
-    "blanks around names and values": (
-        b"AutoStretch = OFF\n \t cfa=MONO\t \nlabelcorner=TopLeft\r\n\tbrightness\t=\r darker \n",
-        dict(autostretch="off", cfa="mono", labelcorner="topleft", brightness="darker"),
-    ),
-    "no blanks but space, tab, carriage return": (
-        b"cfa=mono\v\n\fcfa=color\nbrightness=\xa0darker\nlabelformat=on\0\n",
-        {},
-    ),
-    "blanks inside a word": (b"label corner=topleft\nlabelcorner=top left\n", {}),
-    "carriage returns before line feeds": (
-        b"[General]\r\n\r\n# one\r\ncfa=mono\r\nlabelformat=true\r\n",
-        dict(cfa="mono", labelformat="on"),
-    ),
-    "carriage returns for line feeds": (b"cfa=mono\rlabelformat=on\r", {}),
-    "switches on": (b"autostretch=off\nautostretch=yes\nlabelformat=1\n", dict(labelformat="on")),
-    "switches off": (b"autostretch=no\nlabelformat=on\nlabelformat=0\n", dict(autostretch="off")),
-    "words that are none": (b"autostretch=maybe\nbrightness=2\ncfa=colour\nlabelformat=\nlabelcorner=top\n", {}),
-    "word of another name": (b"cfa=darker\nbrightness=mono\nlabelcorner=on\nlabelformat=auto\n", {}),
-    "rejected value keeps the earlier one": (b"brightness=darker\nbrightness=dim\n", dict(brightness="darker")),
-    "last accepted value wins": (b"brightness=darker\nbrightness=brighter\n", dict(brightness="brighter")),
-    "default set again": (b"cfa=mono\ncfa=auto\n", {}),
-    "comments": (b"# cfa=mono\n;cfa=color\n  \t# cfa=mono\n#\n;\n", {}),
-    "comment sign behind the start": (b"cfa=mono # comment\nlabelformat=on;\nbrightness#=darker\n", {}),
-    "sections": (
-        b"[Other]\ncfa=mono\n[General\nlabelformat=on\n  [cfa]=color\n[\n",
-        dict(cfa="mono", labelformat="on"),
-    ),
-    "no equals sign": (b"cfa\nmono\ncfa mono\ncfa:mono\n", {}),
-    "no name": (b"=mono\n = on\n=\n", {}),
-    "further equals signs": (b"cfa==mono\nlabelformat=on=\nlabelformat=on=on\n", {}),
-    "unknown and shortened names": (b"foo=bar\ncf=mono\ncfa2=mono\nlabel=on\nlabelformat on=on\n", {}),
-    "byte-order mark": (b"\xef\xbb\xbfcfa=mono\nlabelformat=on\n", dict(labelformat="on")),
-    "no last line feed": (b"labelformat=on\ncfa=mono", dict(labelformat="on", cfa="mono")),
-    "line feeds only": (b"\n\n\n", {}),
-    "NUL in a value, a name, a line of its own": (
-        b"cfa=mono\0\n\0labelformat=on\n\0\nbrightness=dark\0er\nautostretch=off\n",
-        dict(autostretch="off"),
-    ),
-    "NUL in a comment": (b"#\0cfa=mono\ncfa=color\n", dict(cfa="color")),
-    "bytes that are no text": (bytes(range(0x80, 0x100)) + b"=\xff\ncfa=mono\n\xfe\xff\n", dict(cfa="mono")),
-    "format directives": (b"%s%n=%d\ncfa=%s\nlabelformat=on\n", dict(labelformat="on")),
-    "value behind megabytes of blanks": (
-        b"cfa" + b" " * MEGABYTE + b"=" + b"\t" * MEGABYTE + b"mono" + b"\r" * MEGABYTE,
-        dict(cfa="mono"),
-    ),
-    "comment of megabytes": (b"#" + b"cfa=mono " * MEGABYTE + b"\nlabelformat=on\n", dict(labelformat="on")),
-    "value of megabytes": (b"cfa=" + b"mono" * MEGABYTE + b"\nlabelformat=on\n", dict(labelformat="on")),
-    "very many lines": (b"cfa=mono\ncfa=color\n" * (MEGABYTE // 16) + b"cfa=mono\n", dict(cfa="mono")),
-}
+LENIENT = b"""\
+# by hand
+[General\r
+ \t AutoStretch = OFF\r
+cfa=colour
+foo=bar
+cfa = MONO
+cfa=mono # comment
+\xef\xbb\xbfbrightness=darker
+brightness=darker\0
+labelformat=on"""
 
 
-@pytest.mark.parametrize("content, changed", FILES.values(), ids=FILES.keys())
-def test_file_is_read_leniently(machine, content, changed):
-    machine.prefs.write_bytes(content)
-    assert machine.run("--prefs") == (0, shown(**changed), b"")
-    assert machine.prefs.read_bytes() == content
+def test_file_is_read_leniently_and_left_as_it_is(machine):
+    machine.prefs.write_bytes(LENIENT)
+    assert machine.run("--prefs") == (0, shown(autostretch="off", cfa="mono", labelformat="on"), b"")
+    assert machine.prefs.read_bytes() == LENIENT
+
+
+def test_file_of_megabytes_is_read_to_its_end(machine):
+    machine.prefs.write_bytes(b"#" + b"cfa=mono " * MEGABYTE + b"\nlabelformat=on\n" * MEGABYTE + b"cfa=color\n")
+    assert machine.run("--prefs") == (0, shown(cfa="color", labelformat="on"), b"")
 
 
 @pytest.mark.parametrize("user, suffix", [("root", b""), ("ann", NEEDS_SUDO)])
@@ -122,31 +82,11 @@ def test_lines_before_a_read_error_count(machine):
 # Changing
 
 
-SWITCH_WORDS = {"1": "on", "true": "on", "yes": "on", "on": "on", "0": "off", "false": "off", "no": "off", "off": "off"}
-WORDS = {
-    "autostretch": SWITCH_WORDS,
-    "brightness": {word: word for word in ("darker", "standard", "brighter")},
-    "cfa": {word: word for word in ("auto", "color", "mono")},
-    "labelformat": SWITCH_WORDS,
-    "labelcorner": {word: word for word in ("topleft", "topright", "bottomleft", "bottomright")},
-}
-NO_DEFAULTS = dict(autostretch="off", brightness="brighter", cfa="mono", labelformat="on", labelcorner="topleft")
-
-
 def check_saved(machine, run, **changed):
     """The run said and stored this, and nothing but the file is there."""
     assert run == (0, listing(**changed) + HINT, b"")
     assert entries(machine.share).keys() == {machine.prefs.parent, machine.prefs}
     assert entry(machine.prefs)[1:] == ("-rw-r--r--", 0, stored(**changed))
-
-
-@pytest.mark.parametrize("name, word", [(name, word) for name in WORDS for word in WORDS[name]])
-@pytest.mark.parametrize("before", [{}, NO_DEFAULTS], ids=["on defaults", "on no defaults"])
-def test_set_stores_every_word_of_every_name(machine, name, word, before):
-    machine.prefs.write_bytes(stored(**before))
-    changed = before | {name: WORDS[name][word]}
-    check_saved(machine, machine.run("--set", f"{name}={word}"), **changed)
-    assert machine.run("--prefs") == (0, shown(**changed), b"")
 
 
 ACCEPTED = {
@@ -181,41 +121,13 @@ def test_set_without_a_word_is_a_usage_error(machine):
     assert entries(machine.share) == before
 
 
-SWITCH = "expected on or off"
-BRIGHTNESS = "brightness: expected darker, standard or brighter"
-CFA = "cfa: expected auto, color or mono"
-CORNER = "labelcorner: expected topleft, topright, bottomleft or bottomright"
 REJECTED = [
     ("", "expected name=value"),
-    ("autostretch", "expected name=value"),
-    (" \t", "expected name=value"),
-    ("%s%n", "expected name=value"),
     ("--prefs", "expected name=value"),
-    ("autostretch=", f"autostretch: {SWITCH}"),
-    ("autostretch=2", f"autostretch: {SWITCH}"),
-    ("autostretch=enabled", f"autostretch: {SWITCH}"),
-    ("autostretch=on\n", f"autostretch: {SWITCH}"),
-    ("AutoStretch=maybe", f"autostretch: {SWITCH}"),
-    ("labelformat=on=off", f"labelformat: {SWITCH}"),
-    (" LABELFORMAT =%n", f"labelformat: {SWITCH}"),
-    ("brightness=dark", BRIGHTNESS),
-    ("brightness=", BRIGHTNESS),
-    ("brightness=brighter\n", BRIGHTNESS),
-    ("cfa=colour", CFA),
-    ("cfa=mono # comment", CFA),
-    ("cfa==mono", CFA),
-    ("labelcorner=top left", CORNER),
-    ("labelcorner=top-left", CORNER),
-    ("=on", "unknown preference: "),
-    ("=", "unknown preference: "),
-    ("Foo=bar", "unknown preference: foo"),
-    ("auto=on", "unknown preference: auto"),
-    ("bright=darker", "unknown preference: bright"),
-    ("autostretch\n=on", "unknown preference: autostretch\n"),
-    ("\t A B\t=", "unknown preference: a b"),
-    (" \t\r=on", "unknown preference: "),
+    ("AutoStretch=maybe", "autostretch: expected on or off"),
+    ("brightness=dark", "brightness: expected darker, standard or brighter"),
     ("%S%n%d=on", "unknown preference: %s%n%d"),
-    (b"\xc4\x80\xff\x01Z=on", b"unknown preference: \xc4\x80\xff\x01z"),
+    (b"\xc4\x80\xff\x1bZ=on", b"unknown preference: \xc4\x80\xff\x1bz"),
     ("N" * 100 * 1024 + "=on", "unknown preference: " + "n" * 100 * 1024),
 ]
 
