@@ -144,10 +144,10 @@ class Debian:
         return (self.files / PREFERENCES).read_bytes() == stored(brightness="darker")
 
 
-@pytest.fixture(scope="session")
-def fresh_debian(tmp_path_factory):
+@pytest.fixture(scope="session", params=["bookworm", "trixie"])
+def fresh_debian(request, tmp_path_factory):
     root = tmp_path_factory.mktemp("debian") / "root"
-    run("mmdebstrap", "--quiet", "--variant=apt", "--include=man-db", "bookworm", root)
+    run("mmdebstrap", "--quiet", "--variant=apt", "--include=man-db", request.param, root)
     yield root
     shutil.rmtree(root)
 

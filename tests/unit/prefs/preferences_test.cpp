@@ -14,8 +14,6 @@ namespace {
 
 using std::string_view_literals::operator""sv;
 
-constexpr std::size_t megabyte = 1U << 20;
-
 TEST(Preferences, HaveTheirDefaults) {
   const Preferences preferences;
   EXPECT_EQ(preferences.autostretch, true);
@@ -324,27 +322,6 @@ TEST(RejectedAssignments, AreThoseToWhatIsNearlyAName) {
       expect_rejected(name + "=on", "unknown preference: " + name);
     }
   });
-}
-
-TEST(RejectedAssignments, MayBeAMegabyteLong) {
-  const std::string name(megabyte, 'n');
-  Preferences preferences;
-  std::string error;
-  EXPECT_FALSE(apply_assignment(name, preferences, error));
-  EXPECT_EQ(error, "expected name=value");
-  EXPECT_FALSE(apply_assignment(std::string(megabyte, 'N') + "=on", preferences, error));
-  EXPECT_EQ(error, "unknown preference: " + name);
-  EXPECT_FALSE(apply_assignment("autostretch=" + name, preferences, error));
-  EXPECT_EQ(error, autostretch_message);
-  EXPECT_EQ(preferences, Preferences{});
-}
-
-TEST(AppliedAssignments, MayHoldAMegabyteOfBlanks) {
-  const std::string blanks(megabyte, ' ');
-  Preferences preferences;
-  std::string error;
-  EXPECT_TRUE(apply_assignment(blanks + "cfa" + blanks + "=" + blanks + "mono" + blanks, preferences, error));
-  EXPECT_EQ(preferences, Preferences{.cfa = CfaMode::Mono});
 }
 
 TEST(AppliedAssignments, AddUpAndTheLastToANameWins) {

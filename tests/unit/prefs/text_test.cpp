@@ -13,8 +13,6 @@ namespace {
 
 using std::string_view_literals::operator""sv;
 
-constexpr std::size_t megabyte = 1U << 20;
-
 class TrimBlanks : public testing::TestWithParam<Case<std::string_view, std::string_view>> {};
 
 TEST_P(TrimBlanks, Gives) { EXPECT_EQ(trim_blanks(GetParam().given), GetParam().expected); }
@@ -50,13 +48,6 @@ TEST(TrimBlanksOfEveryByte, TakesSpaceTabAndCarriageReturnAlone) {
   }
 }
 
-TEST(TrimBlanksOfAMegabyte, TakesAsManyBlanksAsThereAre) {
-  const std::string blanks(megabyte, ' ');
-  const std::string text(megabyte, 'x');
-  EXPECT_EQ(trim_blanks(blanks), "");
-  EXPECT_EQ(trim_blanks(blanks + text + blanks), text);
-}
-
 TEST(ToLowerAscii, LowersTheCapitalsAndKeepsEveryOtherByte) {
   std::string text;
   std::string lowered;
@@ -74,12 +65,6 @@ TEST(ToLowerAscii, KeepsTheEmptyText) {
   std::string text;
   to_lower_ascii(text);
   EXPECT_EQ(text, "");
-}
-
-TEST(ToLowerAscii, LowersEveryByteOfAMegabyte) {
-  std::string text(megabyte, 'Q');
-  to_lower_ascii(text);
-  EXPECT_EQ(text, std::string(megabyte, 'q'));
 }
 
 constexpr Spelling<bool> switch_spellings[] = {
@@ -126,12 +111,6 @@ TEST(ParseBool, TakesEverySwitchWordInAnyCaseAndBetweenBlanks) {
   }
 }
 
-TEST(ParseBool, TakesAWordAmongAMegabyteOfBlanks) {
-  const std::string blanks(megabyte, '\t');
-  expect_switch(blanks + "on" + blanks, true);
-  expect_switch(blanks + "off" + blanks, false);
-}
-
 TEST(ParseBool, RefusesWhatIsNearlyASwitchWordAndKeepsTheValue) {
   for (const auto& [value, word] : switch_spellings)
     for (const std::string& text : near_misses(word))
@@ -149,8 +128,6 @@ TEST(ParseBool, RefusesOtherTextsAndKeepsTheValue) {
   for (const std::string_view text : texts)
     expect_no_switch(text);
 }
-
-TEST(ParseBool, RefusesAMegabyte) { expect_no_switch("on" + std::string(megabyte, 'n')); }
 
 } // namespace
 
