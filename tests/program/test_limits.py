@@ -230,7 +230,7 @@ def test_a_text_too_long_for_memory_ends_the_reading_of_its_file_alone(machine, 
     outcomes = [report(20, 3), report(22, 1), report(23)]
     left = [long_files.keys(), {"uri.png"}, set()]
     seen = []
-    for kib in range(2 << 10, 8 << 10, 32):
+    for kib in range(2 << 10, 16 << 10, 128):
         cache.put(FITS, *(f"normal/{name}" for name in others))
         for name, content in long_files.items():
             cache.put(content, f"normal/{name}")

@@ -13,6 +13,7 @@ import pytest
 from machine import TOOL
 from desk import ACTION, INTERRUPT, PASSWORD, RUN_THE_COMMAND, START_AGENT
 from texts import CANNOT_WRITE, HINT, NOTICE, PATH, listing, stored
+from tracing import counts_lines
 
 MESSAGE = b"Authentication is required to change how Nebulark draws thumbnails, for every user of this machine."
 GENERAL_ACTION = b"org.freedesktop.policykit.exec"
@@ -121,7 +122,9 @@ def test_rule_that_says_yes_saves_the_user_the_password(desk):
     assert (desk.prefs.stat().st_uid, desk.prefs.stat().st_mode) == (0, 0o100644)
 
 
-def test_second_run_that_fails_leaves_the_user_no_file_that_she_may_write(desk):
+def test_second_run_that_fails_leaves_the_user_no_file_that_she_may_write(desk, installed_tool):
+    if counts_lines(installed_tool):
+        pytest.skip("the counts of its lines are files too")
     desk.rule("YES")
     desk.prefs.write_bytes(stored())
     # The umask and the limit are hers, and the second run has them too: the kernel ends it when it writes.

@@ -10,6 +10,7 @@ import pytest
 
 from machine import ANN, EMULATOR, TRACED
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, PATH, listing, shown, stored
+from tracing import counts_lines
 
 NEEDS_SUDO = b" (needs sudo to change)"
 MEGABYTE = 1 << 20
@@ -317,7 +318,9 @@ def test_save_fails_when_the_temporary_file_cannot_be_opened(machine):
     assert entries(machine.share) == before
 
 
-def test_save_does_not_notice_a_limit_on_the_size_of_files_whose_signal_is_ignored(machine):
+def test_save_does_not_notice_a_limit_on_the_size_of_files_whose_signal_is_ignored(machine, installed_tool):
+    if counts_lines(installed_tool):
+        pytest.skip("the counts of its lines are files too")
     script = "trap '' XFSZ; exec prlimit --fsize=100 \"$@\""
     assert machine.run("--set", "cfa=mono", script=script) == (0, listing(cfa="mono") + HINT, b"")
     assert machine.prefs.read_bytes() == stored(cfa="mono")[:100]
