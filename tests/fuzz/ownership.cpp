@@ -1,6 +1,9 @@
 // The input is a thumbnail, where it begins like a PNG file; else it is the tags of one: the URI, a line feed, and the
 // MIME type.
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 #include <fcntl.h>
@@ -9,7 +12,6 @@
 #include "targets.h"
 #include "thumbcache/ownership.h"
 #include "thumbcache/png.h"
-#include "thumbcache/scratch.h"
 
 namespace nebulark {
 
@@ -22,12 +24,24 @@ std::string thumbnail(std::string_view input) {
   return png({uri_chunk(input.substr(0, line_feed)), mimetype_chunk(mimetype), chunk("IDAT", "data")});
 }
 
-// Each input is written over the one before it: a test makes thousands of them.
+// A file with a name, in a directory of its own.
+class NamedFile {
+public:
+  NamedFile() { require(::mkdtemp(directory_.data()) != nullptr, "there is a directory"); }
+  ~NamedFile() { std::filesystem::remove_all(directory_); }
+  NamedFile(const NamedFile&) = delete;
+  NamedFile& operator=(const NamedFile&) = delete;
+
+  [[nodiscard]] std::string path() const { return directory_ + "/thumbnail.png"; }
+
+private:
+  std::string directory_ = std::filesystem::temp_directory_path() / "nebulark-XXXXXX";
+};
+
 bool is_nebulark(const std::string& bytes) {
-  static const ScratchDirectory directory;
-  const std::string path = directory.path + "/thumbnail.png";
-  write(path, bytes);
-  return is_nebulark_thumbnail(AT_FDCWD, path.c_str());
+  static const NamedFile file; // each input is written over the one before it
+  std::ofstream(file.path(), std::ios::binary) << bytes;
+  return is_nebulark_thumbnail(AT_FDCWD, file.path().c_str());
 }
 
 } // namespace
