@@ -29,7 +29,7 @@ public:
 
 private:
   unsigned files_ = 0;        // regular files so far
-  std::optional<off_t> next_; // the place in the listing up to which heads were asked for; none while nothing is read ahead
+  std::optional<off_t> next_; // up to where in the listing heads were asked for; none while nothing is read ahead
 };
 
 } // namespace nebulark

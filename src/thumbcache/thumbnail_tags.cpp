@@ -54,7 +54,7 @@ private:
   }
 
   [[nodiscard]] std::optional<std::string_view> read_long(std::uint64_t offset, std::size_t size) {
-    long_.reset(); // one long text is held at most
+    long_.reset();                              // one long text is held at most
     long_.reset(new (std::nothrow) char[size]); // where memory is scarce, throwing may take more than there is
     if (!long_ || read_at(file_, offset, long_.get(), size) < size) return std::nullopt;
     return std::string_view(long_.get(), size);
