@@ -32,8 +32,9 @@ struct Level {
 void enter(std::unique_ptr<Level>& level, Descriptor descriptor) {
   DirectoryHandle directory = directory_over(std::move(descriptor));
   if (!directory) return;
-  std::unique_ptr<Level> below(new (std::nothrow) Level{std::move(directory), {}, nullptr});
+  std::unique_ptr<Level> below(new (std::nothrow) Level);
   if (!below) return;
+  below->directory = std::move(directory);
   below->above = std::move(level);
   level = std::move(below);
 }
