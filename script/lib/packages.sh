@@ -1,38 +1,50 @@
 # shellcheck shell=bash
 # Sourced by the commands in script/. need GROUP... installs what script/packages lists for these groups and this machine
 # lacks, and says what before it does. A processor is a group too: its compiler. Where nothing is missing it does not call
-# the package manager.
-
-packages_of() {
-  local groups=" $* " group names
-  while read -r group names; do
-    case $groups in *" $group "*) printf '%s ' "$names" ;; esac
-  done < <(grep -v '^#' script/packages && awk '!/^#/ { print $1, $2 }' cmake/processors)
-}
-
-is_installed() {
-  [ "$(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
-}
+# the package manager, and where there is no apt-get it names what is missing.
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo -- "$@"; fi
 }
 
-need() {
-  local name missing=()
-  for name in $(packages_of "$@"); do
-    is_installed "$name" || missing+=("$name")
-  done
-  [ ${#missing[@]} -eq 0 ] && return
+rows() {
+  grep '^[a-z]' script/packages
+  awk '/^[a-z]/ { print $1, $2, $3 "-g++" }' cmake/processors
+}
 
-  printf 'Installing what is missing: %s\n' "${missing[*]}"
+is_there() { # SIGN
+  case $1 in
+  python:*) /usr/bin/python3 -c "import ${1#python:}" ;;
+  /*) bash -O globstar -c 'compgen -G "$1"' sh "$1" ;;
+  *) type -P "$1" ;;
+  esac </dev/null >/dev/null 2>&1
+}
+
+install_packages() { # PACKAGE...
   local log
   log=$(mktemp)
+  printf 'Installing what is missing: %s\n' "$*"
   if ! { as_root apt-get update && as_root env DEBIAN_FRONTEND=noninteractive \
-    apt-get install --yes --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+    apt-get install --yes --no-install-recommends "$@"; } >"$log" 2>&1; then
     cat "$log" >&2
     rm -f "$log"
     exit 1
   fi
   rm -f "$log"
+}
+
+need() {
+  local groups=" $* " group package signs sign packages=() missing=()
+  while read -r group package signs; do
+    [[ $groups == *" $group "* ]] || continue
+    for sign in $signs; do
+      is_there "$sign" || { packages+=("$package") && missing+=("$sign") && break; }
+    done
+  done < <(rows)
+  [ ${#missing[@]} -eq 0 ] && return
+  if ! type -P apt-get >/dev/null; then
+    printf '%s: missing, and without apt-get not installed: %s\n' "$0" "${missing[*]}" >&2
+    exit 1
+  fi
+  install_packages "${packages[@]}"
 }
