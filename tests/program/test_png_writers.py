@@ -91,7 +91,8 @@ def test_imagemagick_writes_what_is_never_seen(cache):
         value = text.encode("utf-8" if name in OTHER else "latin-1")
         tagged = png.thumbnail("").replace(empty, png.chunk(b"tEXt", KEYWORD + b"\0" + value))
         files[name] = piped("/usr/bin/convert", "png:-", "png:-", through=tagged)
-        place[name] = ("tEXt" if len(value) < 128 else "zTXt", "behind")
+        kind, _ = places(files[name])[0]  # which one depends on the text and on ImageMagick's version
+        place[name] = (kind, "behind")
     expect(cache, files, place, set())
 
 
