@@ -9,7 +9,7 @@ from cache import CACHE, FITS, PHOTO, report, report_all
 from machine import EMULATOR, TOOL, Outcome
 from png import chunk
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, listing, shown, stored
-from tracing import is_sanitized
+from tracing import is_sanitized, uses_glibc
 
 SET_MONO = ["--set", "cfa=mono"]
 HOME = {"HOME": "/home/ann"}
@@ -170,7 +170,9 @@ def unsanitized(installed_tool):
 
 @pytest.mark.usefixtures("unsanitized")
 @pytest.mark.parametrize("name", [name for name in RUNS if name != "elevated"])
-def test_however_little_memory_there_is_the_work_is_done_or_left(furnished, name):
+def test_however_little_memory_there_is_the_work_is_done_or_left(furnished, installed_tool, name):
+    if not uses_glibc(installed_tool):
+        pytest.skip("another C library asks for memory again and again, and files cannot be read where there is none")
     words, user, outcome, after = RUNS[name]
 
     def does_the_work(kib: int) -> bool:
@@ -226,17 +228,19 @@ def test_a_text_too_long_for_memory_ends_the_reading_of_its_file_alone(machine, 
     long_files = {f"{n}.png": FITS[:8] + n * long_text + FITS[8:] for n in (1, 2)}
     long_files["uri.png"] = PHOTO[:33] + long_uri
     others = {f"m{number}.png" for number in range(20)}
-    not_started = Outcome(-6, b"", b"terminate called without an active exception\n")
+    # As libstdc++ says it, and libc++.
+    aborted = [b"terminate called without an active exception\n", b"libc++abi: terminating\n"]
+    not_started = [Outcome(-6, b"", words) for words in aborted]
     outcomes = [report(20, 3), report(22, 1), report(23)]
     left = [long_files.keys(), {"uri.png"}, set()]
     seen = []
-    for kib in range(2 << 10, 16 << 10, 128):
+    for kib in range(1 << 10, 16 << 10, 128):
         cache.put(FITS, *(f"normal/{name}" for name in others))
         for name, content in long_files.items():
             cache.put(content, f"normal/{name}")
         run = machine.run("--clear-thumb-cache", user="ann", env=HOME, tool=memory(kib))
         there = set(os.listdir(cache.at("normal")))
-        if not seen and (run.status == 127 or run == not_started):
+        if not seen and (run.status == 127 or run in not_started):
             assert there == others | long_files.keys()
         else:
             assert (run, there) in zip(outcomes, left), kib

@@ -13,7 +13,6 @@ it, where it is built for another processor.
 
 import os
 import subprocess
-import tempfile
 from collections.abc import Mapping, Sequence
 from pathlib import Path
 from typing import NamedTuple
@@ -127,7 +126,5 @@ def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedPro
 
 def why_no_sandbox() -> str:
     """Why there can be none here; "" where there can."""
-    with tempfile.TemporaryDirectory() as root:
-        for name in ("share", "bin", "home"):
-            Path(root, name).mkdir()
-        return os.fsdecode(sandbox(Path(root), "true").stderr).strip()
+    done = subprocess.run([SUPPORT / "probe"], stderr=subprocess.PIPE, timeout=60)
+    return "" if done.returncode == 0 else os.fsdecode(done.stderr).strip() or f"status {done.returncode}"

@@ -19,6 +19,7 @@ PATHS = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
 ONE_NAME = {
     **{"faccessat": "access", "faccessat2": "access", "readlinkat": "readlink", "open": "openat", "mkdirat": "mkdir"},
     **{"unlinkat": "unlink", "renameat": "rename", "renameat2": "rename", "fchmodat": "chmod"},
+    **{"readv": "read", "writev": "write"},
     **{"clone3": "clone", "fork": "clone", "stat": "newfstatat", "lstat": "newfstatat", "fstat": "newfstatat"},
 }
 
@@ -42,9 +43,14 @@ def counts_lines(tool: Path) -> bool:
     return b"__gcov_init" in tool.read_bytes()
 
 
+def uses_glibc(tool: Path) -> bool:
+    """Another C library takes memory page by page where glibc takes it once, and prints a text in pieces."""
+    return b"GLIBC_2" in tool.read_bytes()
+
+
 def is_the_tools(call: Call) -> bool:
-    """Whether a call is the tool's own, and not one of the sanitizer in it, which complains for itself, or of what
-    counts the lines that run."""
+    """Whether a call is the tool's own, and not one of the sanitizer in it, which complains for itself, of what counts
+    the lines that run, or of another C library than the one whose calls are known."""
     return call.name in ("clone", "wait4") or call.subject.startswith(("/usr/share/", "/usr/bin/", "/home/", "std"))
 
 
