@@ -1,0 +1,96 @@
+#include "cli/elevation.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include <sys/mman.h>
+
+#include "base/handles.h"
+#include "thumbcache/scratch.h"
+
+namespace nebulark {
+
+namespace {
+
+// A standard stream with a buffer, and with a file in place of where it led. It has no buffer afterwards.
+class Buffered {
+public:
+  explicit Buffered(std::FILE* stream) : stream_(stream), before_(::dup(::fileno(stream))) {
+    (void)std::fflush(stream_);
+    EXPECT_NE(::dup2(file_.get(), ::fileno(stream_)), -1);
+    EXPECT_EQ(std::setvbuf(stream_, buffer_.data(), _IOFBF, buffer_.size()), 0);
+  }
+  ~Buffered() {
+    (void)std::fflush(stream_);
+    (void)std::setvbuf(stream_, nullptr, _IONBF, 0);
+    EXPECT_NE(::dup2(before_.get(), ::fileno(stream_)), -1);
+  }
+  Buffered(const Buffered&) = delete;
+  Buffered& operator=(const Buffered&) = delete;
+
+  // What has left the buffer.
+  [[nodiscard]] std::string written() const {
+    std::array<char, 100> text;
+    const ssize_t size = ::pread(file_.get(), text.data(), text.size(), 0);
+    return {text.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
+  }
+
+private:
+  std::FILE* stream_;
+  Descriptor before_;
+  Descriptor file_{::memfd_create("stream", MFD_CLOEXEC)};
+  std::array<char, BUFSIZ> buffer_{};
+};
+
+// A machine with a pkexec that may be executed and is no program, and without /proc; and a user who is not root.
+class ReexecWithPkexec : public testing::Test {
+protected:
+  void SetUp() override {
+    if (!root.is_set) GTEST_SKIP() << "without a root directory of their own these tests might start the real pkexec";
+    std::filesystem::permissions("/", std::filesystem::perms{0777});
+    write("/usr/bin/pkexec", "no program");
+    std::filesystem::permissions("/usr/bin/pkexec", std::filesystem::perms{0755});
+    user.emplace();
+    if (!user->is_one) GTEST_SKIP() << "root does not elevate, and cannot become another user here";
+  }
+
+  ScratchDirectory directory;
+  OwnRoot root{directory.path};
+  std::optional<OrdinaryUser> user;
+};
+
+TEST_F(ReexecWithPkexec, EmptiesTheBuffersOfBothStreamsFirst) {
+  std::array<std::string, 2> written;
+  {
+    const Buffered out(stdout);
+    const Buffered error(stderr);
+    (void)std::fputs("said", stdout);
+    (void)std::fputs("complained", stderr);
+    EXPECT_NE(reexec_with_pkexec({}), 0);
+    written = {out.written(), error.written()};
+  }
+  EXPECT_EQ(written, (std::array<std::string, 2>{"said", "complained"}));
+}
+
+int exit_handler_writes_to = -1; // a descriptor; -1 where the handler is to do nothing
+
+TEST_F(ReexecWithPkexec, RunsNoExitHandlerWherePkexecCannotBeStarted) {
+  void (*volatile const ends_a_process)(int) = ::_exit;
+  if (ends_a_process == std::exit) GTEST_SKIP() << "a build that counts lines ends every process by exit()";
+  std::filesystem::create_directories("/proc/self");
+  std::filesystem::create_symlink("/usr/bin/nebulark-ctl", "/proc/self/exe");
+  const Descriptor told(::memfd_create("told", MFD_CLOEXEC));
+  ASSERT_EQ(std::atexit([] { (void)!::write(exit_handler_writes_to, "x", 1); }), 0);
+
+  exit_handler_writes_to = told.get();
+  EXPECT_EQ(reexec_with_pkexec({}), 127);
+  exit_handler_writes_to = -1;
+  EXPECT_EQ(::lseek(told.get(), 0, SEEK_END), 0);
+}
+
+} // namespace
+
+} // namespace nebulark
