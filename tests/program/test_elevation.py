@@ -3,10 +3,11 @@
 import itertools
 import re
 import signal
+import sys
 
 import pytest
 
-from machine import EMULATOR, RUN_TOOL, TOOL, TRACED, unless_emulated
+from machine import BECOME, EMULATOR, RUN_TOOL, TOOL, TRACED, unless_emulated
 from texts import CANNOT_WRITE, HINT, NOTICE, listing, stored
 from tracing import counts_lines, is_sanitized
 
@@ -106,6 +107,23 @@ def test_standard_input_and_error_are_pkexecs_too(machine):
     assert run == (0, NOTICE + b"password\n" + listing(), b"prompt\n")
 
 
+@unless_emulated("signals and limits are those that qemu has set")
+def test_pkexec_inherits_all_that_the_tool_was_started_with(machine):
+    machine.pkexec("""#!/bin/sh
+        pwd -P
+        umask
+        readlink /proc/$$/fd/*
+        cut -d " " -f 5-8,19 /proc/self/stat  # process group, session, terminal, niceness
+        exec grep -h -e "^Max" -e "^NoNewPrivs" -e "^Sig[BI]" /proc/self/limits /proc/self/status
+    """)
+    odd = 'cd /home/ann; umask 027; ulimit -c 8; ulimit -n 100; trap "" PIPE USR1; exec 7</etc/passwd'
+    before = " ".join([*BECOME["ann"], "env", "-i", "/usr/bin/pkexec"])
+    run = machine.run(*SET_MONO, user="ann", script=f'{odd}; renice 3 $$ >/dev/null; {before}; exec "$@"')
+    told = run.out.partition(NOTICE)[0]
+    assert told.startswith(b"/home/ann\n0027\n")
+    assert run == (0, told + NOTICE + told + listing(), b"")
+
+
 @pytest.mark.parametrize(
     "prepare, tool, named",
     [
@@ -201,9 +219,11 @@ def test_pkexec_that_is_stopped_for_a_while_is_waited_for(machine):
     assert machine.run(*SET_MONO, user="ann") == (0, NOTICE + b"went on\n" + listing(), b"")
 
 
-def test_signal_from_the_terminal_ends_both_runs(machine):
-    machine.pkexec("#!/bin/sh\nkill -TERM 0\n")
-    assert machine.run(*SET_MONO, user="ann") == (-signal.SIGTERM, NOTICE, b"")
+@pytest.mark.parametrize("name", ["HUP", "INT", "QUIT", "TERM"])
+def test_signal_from_the_terminal_ends_both_runs(machine, name):
+    machine.pkexec(f"#!/bin/sh\nkill -{name} 0\n")
+    run = machine.run(*SET_MONO, user="ann", script='ulimit -c 0; exec "$@"')
+    assert run == (-signal.Signals[f"SIG{name}"], NOTICE, b"")
 
 
 def test_outcome_of_another_child_is_not_taken_for_that_of_pkexec(machine):
@@ -222,6 +242,16 @@ def test_outcome_that_cannot_be_learned_is_a_failure_even_of_a_change_that_was_m
     run = machine.run(*SET_MONO, user="ann", tool=["env", "--ignore-signal=CHLD", *RUN_TOOL])
     assert run == (1, NOTICE + listing(cfa="mono") + HINT, CANNOT_WRITE)
     assert machine.prefs.read_bytes() == stored(cfa="mono")
+
+
+@unless_emulated("strace pokes the memory of qemu")
+@pytest.mark.parametrize("number", [signal.SIGABRT, signal.SIGSEGV, signal.SIGSYS])
+def test_pkexec_that_leaves_a_core_is_a_failure(machine, number):
+    # Whether there is a core is up to the machine, so the wait's answer is put in place of the true one.
+    machine.pkexec("#!/bin/sh\n")
+    answer = (number | 0x80).to_bytes(4, sys.byteorder).hex()
+    strace = f'exec strace -o /dev/null -e trace=wait4 -e inject=wait4:poke_exit=@arg2={answer} "$@"'
+    assert machine.run(*SET_MONO, user="ann", env=TRACED, script=strace) == TOLD_NOTHING_CHANGED
 
 
 def test_root_never_elevates(machine):
