@@ -8,6 +8,7 @@ import stat
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all
 from machine import TRACED, Outcome
+from tracing import strace
 
 SIZES = ["normal", "large", "x-large", "xx-large", "fail"]
 
@@ -170,6 +171,18 @@ def test_size_directories_are_walked_in_a_fixed_order(cache):
     assert opened == [f"{CACHE}/{size}" for size in SIZES]
 
 
+@clearing(report(60), report_all(60))
+def test_entries_are_met_in_the_order_of_their_directory(cache, words, result):
+    names = [f"{number * 37 % 101:03}" for number in range(60)]
+    cache.put(FITS, *(f"normal/{name}/m31.png" if number % 3 else f"normal/{name}" for number, name in enumerate(names)))
+    listed = os.listdir(cache.path / "normal")
+    assert listed not in (sorted(listed), sorted(listed, reverse=True))
+    with strace(cache.machine) as inside:
+        outcome, calls = inside.run(["--clear-thumb-cache", *words], "ann", env={"HOME": "/home/ann"})
+    deleted = [each.call.subject.removesuffix("/m31.png") for each in calls if each.call.name == "unlink"]
+    assert (outcome, deleted) == (result, [f"{CACHE}/normal/{name}" for name in listed])
+
+
 @UNDISTURBED
 def test_nothing_outside_the_size_directories_is_touched(furnished, words, result):
     beside = ["m31.png", "normal.png", ".normal", "Normal", "normal ", "small", "x", "large2", "xxx-large", "failed"]
@@ -246,6 +259,32 @@ def test_a_directory_that_cannot_be_listed_and_entered_counts_nothing(furnished,
     assert furnished.clear(*words) == result
 
 
+@clearing(report(1, 1), report_all(2))
+def test_the_mode_of_a_file_that_can_be_read_does_not_matter(cache, words, result):
+    cache.put(FITS, "normal/m31.png")
+    cache.put(PHOTO, "normal/harbour.png")
+    for path in cache.at("normal").iterdir():
+        path.chmod(0o7777)
+    assert cache.clear(*words)[0] == result
+
+
+@clearing((report(1, 1), "harbour.png\n"), (report_all(2), ""))
+def test_a_file_system_mounted_in_the_cache_is_cleared_too(machine, cache, words, result):
+    cache.directory("normal/app")
+    cache.put(FITS, "../../m31.png")
+    cache.put(PHOTO, "../../harbour.png")
+    mounted = f"""
+        mount -t tmpfs tmpfs {CACHE}/normal/app
+        cp /home/ann/*.png {CACHE}/normal/app
+        "$@"
+        status=$?
+        ls {CACHE}/normal/app >/usr/share/survivors
+        exit $status
+    """
+    run = machine.run("--clear-thumb-cache", *words, env={"HOME": "/home/ann"}, script=mounted)
+    assert (run, (machine.share / "survivors").read_text()) == result
+
+
 @pytest.mark.parametrize("mode", [0o000, 0o200, 0o111], ids=oct)
 def test_a_file_that_cannot_be_opened_counts_as_left_and_goes_with_all(cache, mode):
     cache.put(FITS, "normal/m31.png", mode=mode)
@@ -267,12 +306,12 @@ def test_a_read_only_file_in_a_directory_of_ones_own_goes(cache, owner):
 
 
 @clearing((report(1, 2), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
-@pytest.mark.parametrize("mode", [0o555, 0o1777], ids=oct)
-def test_a_file_that_cannot_be_deleted_counts_nowhere(furnished, mode, words, result):
+@pytest.mark.parametrize("owner, mode", [(0, 0o555), (0, 0o1777), (1000, 0o555)])
+def test_a_file_that_cannot_be_deleted_counts_nowhere(furnished, owner, mode, words, result):
     furnished.put(FITS, "normal/m31.png", mode=0o644)
     furnished.put(PHOTO, "normal/harbour.png", mode=0o644)
     for path in (furnished.path / "normal", *(furnished.path / "normal").iterdir()):
-        os.chown(path, 0, 0)
+        os.chown(path, owner, owner)
     furnished.directory("normal", mode)
     furnished.machine.pkexec("#!/bin/sh\ntouch /home/ann/asked-for-rights\n")
     assert furnished.clear(*words) == result
@@ -354,14 +393,14 @@ def test_size_directories_linked_to_one_another_are_each_walked(furnished):
     assert furnished.clear("--all") == (report_all(1), {"large/harbour.png"})
 
 
-def test_a_second_name_of_a_thumbnail_outside_the_cache_stays(furnished):
-    outside = furnished.machine.home / "m31.png"
-    outside.hardlink_to(furnished.path / "large/m31.png")
-    before = outside.read_bytes()
-    run = furnished.machine.run("--clear-thumb-cache", user="ann", env={"HOME": "/home/ann"})
-    assert run == report(1, 1)
-    assert outside.read_bytes() == before
-    assert os.listdir(furnished.path / "large") == ["harbour.png"]
+@clearing((report(1, 1), ["harbour.png"]), (report_all(2), []))
+def test_a_second_name_of_a_thumbnail_outside_the_cache_stays(furnished, words, result):
+    contents = {"m31.png": FITS, "harbour.png": PHOTO}
+    for name in contents:
+        (furnished.machine.home / name).hardlink_to(furnished.path / "large" / name)
+    run = furnished.machine.run("--clear-thumb-cache", *words, user="ann", env={"HOME": "/home/ann"})
+    assert (run, os.listdir(furnished.path / "large")) == result
+    assert {name: (furnished.machine.home / name).read_bytes() for name in contents} == contents
 
 
 @UNDISTURBED
@@ -374,3 +413,21 @@ def test_pipes_sockets_and_devices_survive_and_are_not_counted(furnished, kind, 
         except PermissionError as reason:
             pytest.skip(f"no devices can be made here: {reason}")
     assert furnished.clear(*words, user=user) == result
+
+
+@clearing((report(1, 4), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
+def test_the_kind_of_a_file_is_told_by_its_status_and_not_by_its_directory(furnished, words, result):
+    # What is mounted over an entry has another kind than the directory says. Nobody can delete it.
+    furnished.put(PHOTO, "../../harbour.png", "normal/file")
+    furnished.put(FITS, "normal/hidden")
+    for path, kind in {"normal/pipe": stat.S_IFIFO, "normal/socket": stat.S_IFSOCK, "../../pipe": stat.S_IFIFO}.items():
+        os.mknod(furnished.at(path), kind | 0o666)
+    mounts = f"""
+        cd {CACHE}/normal
+        mount -t tmpfs tmpfs /mnt
+        cp /home/ann/harbour.png /mnt
+        mount --bind /home/ann/pipe hidden
+        for each in file pipe socket; do mount --bind /mnt/harbour.png $each; done
+        exec "$@"
+    """
+    assert furnished.clear(*words, script=mounts) == result

@@ -1,4 +1,4 @@
-"""--clear-thumb-cache on files whose size, time or inode number does not fit into 32 bits."""
+"""--clear-thumb-cache on files whose size, time or inode number does not fit into 32 bits, and whose number not into 16."""
 
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all
@@ -62,10 +62,14 @@ def test_files_of_gigabytes_are_cleared_as_small_ones(machine, cache, size, word
     assert (run.outcome, run.survivors) == (result, survivors)
 
 
-# The last second of 32 bits is in January of 2038, and in February of 2106 if it has no sign.
+# The last second of 32 bits is in January of 2038, and in February of 2106 if it has no sign. The first one is in 1901.
 @MODES
-@pytest.mark.parametrize("seconds", [1 << 31, 2208988800, 1 << 32], ids=["2038", "2040", "2106"])
-def test_files_of_a_late_year_are_cleared_as_others(machine, cache, seconds, words, result, survivors):
+@pytest.mark.parametrize(
+    "seconds",
+    [1 << 31, 2208988800, 1 << 32, 0, -1, -(1 << 31) - 1],
+    ids=["2038", "2040", "2106", "1970", "1969", "1901"],
+)
+def test_files_of_any_year_are_cleared_as_others(machine, cache, seconds, words, result, survivors):
     run = Clearing(machine, cache, words, f"{TMPFS} touch -d @{seconds} . *", "%Y")
     assert run.numbers == [seconds, seconds]
     assert (run.outcome, run.survivors) == (result, survivors)
@@ -76,3 +80,33 @@ def test_files_with_a_long_inode_number_are_cleared_as_others(machine, cache, wo
     run = Clearing(machine, cache, words, OVERLAY, "%i")
     assert [number >= 1 << 32 for number in run.numbers] == [True, True]
     assert (run.outcome, run.survivors) == (result, survivors)
+
+
+# Many names of two files, which are soon made: each of them is a thumbnail to the tool.
+MANY = 65536
+NAME = f"""
+import os
+for number in range({MANY}):
+    os.link("m31.png", f"m{{number}}")
+    os.link("harbour.png", f"h{{number}}")
+"""
+
+
+@pytest.mark.parametrize("all", [False, True], ids=["default", "all"])
+def test_more_files_than_16_bits_can_count_are_counted(machine, cache, all):
+    cache.put(PHOTO, "normal/harbour.png")
+    cache.put(FITS, "normal/m31.png")
+    script = f"""
+        {TMPFS}
+        mount -o remount,nr_inodes=0 /home
+        /usr/bin/python3 -c '{NAME}'
+        "$@"
+        status=$?
+        ls | wc -l >/usr/share/survivors
+        exit $status
+    """
+    words = ["--all"] * all
+    run = machine.run("--clear-thumb-cache", *words, user="ann", env={"HOME": "/home/ann"}, script=script)
+    left = 0 if all else MANY + 1
+    assert run == (report_all(2 * MANY + 2) if all else report(MANY + 1, left))
+    assert int((machine.share / "survivors").read_text()) == left
