@@ -1,7 +1,10 @@
 """The command word, and what becomes of the words after it."""
 
+import subprocess
+
 import pytest
 
+from machine import unless_emulated
 from texts import USAGE, shown
 
 VERSION = b"nebulark-ctl 1.2.0\n"
@@ -43,12 +46,12 @@ UNKNOWN = {
     "empty value behind": "--prefs=",
     "assignment behind": "--set=cfa=mono",
     "abbreviation": "--pref",
-    "shortest abbreviation": "--",
+    "shortest abbreviation, end of options": "--",
     "extension": "--helps",
     "no dashes": "prefs",
     "option of another command": "--all",
     "format directives": "%s%n%d%%",
-    "bytes that are no text": b"\x01\x1b[31m\x80\xff",
+    "every byte": bytes(range(1, 256)),
     "very long": LONG,
 }
 
@@ -68,6 +71,7 @@ def test_unknown_command_word_is_repeated_as_typed(machine, word, further):
         (["--all"], True),
         (["--all", "--verbose"], True),
         (["--verbose", "--all"], False),
+        (["--", "--all"], False),
         (["all"], False),
         (["--ALL"], False),
         (["--al"], False),
@@ -107,3 +111,15 @@ def test_environment_names_no_other_place_for_the_preferences(machine):
     (machine.ann / "nebulark/preferences.conf").write_text("cfa=mono\n")
     names = ["HOME", "XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "XDG_DATA_HOME", "XDG_DATA_DIRS"]
     assert machine.run("--prefs", env=dict.fromkeys(names, "/home/ann")) == (0, shown(), b"")
+
+
+@unless_emulated("the locale is one for this machine's processor")
+def test_the_locale_of_the_environment_changes_nothing(machine):
+    # In this one the decimal point is a comma, and some of the high bytes are capitals.
+    localedef = ["localedef", "--no-archive", "--inputfile=de_DE", "--charmap=ISO-8859-1", machine.home / "de_DE"]
+    subprocess.run(localedef, check=True)
+    env = {"LOCPATH": "/home", "LC_ALL": "de_DE"}
+    assert machine.run("decimal_point", env=env, tool=["locale"]) == (0, b",\n", b"")
+    assert machine.run("--prefs", env=env) == (0, shown(), b"")
+    rejected = machine.run("--set", b"\xc4=on", env=env)
+    assert rejected == (2, b"", b"nebulark-ctl: unknown preference: \xc4\n")

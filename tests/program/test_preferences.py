@@ -3,6 +3,7 @@
 import os
 import signal
 import stat
+import string
 from pathlib import Path
 from typing import NamedTuple
 
@@ -71,6 +72,14 @@ def test_prefs_shows_the_defaults_without_a_file(machine, user, suffix):
     assert entries(machine.share).keys() == {machine.prefs.parent}
 
 
+def test_a_pipe_in_place_of_the_file_is_waited_for(machine):
+    os.mkfifo(machine.prefs)
+    content = b"cfa=mono\n" + b"#\n" * MEGABYTE + b"labelformat=on\n"  # more than a pipe holds
+    (machine.home / "content").write_bytes(content)
+    feed = f'cat /home/content >{PATH.decode()} & exec "$@"'
+    assert machine.run("--prefs", script=feed) == (0, shown(cfa="mono", labelformat="on"), b"")
+
+
 def test_lines_before_a_read_error_count(machine):
     # The error comes behind 4096 bytes: what has been read of the line there would count, were it the whole line.
     start, cut_off = "cfa=mono\n#", "\nlabelformat=on"
@@ -116,19 +125,30 @@ def test_set_keeps_what_it_does_not_name_and_drops_what_is_no_preference(machine
     check_saved(machine, machine.run("--set", "cfa=mono"), labelformat="on", brightness="darker", cfa="mono")
 
 
+def test_set_replaces_a_file_that_says_the_same_already(machine):
+    machine.prefs.write_bytes(stored(cfa="mono"))
+    inode = machine.prefs.stat().st_ino
+    check_saved(machine, machine.run("--set", "cfa=mono"), cfa="mono")
+    assert machine.prefs.stat().st_ino != inode
+
+
 def test_set_without_a_word_is_a_usage_error(machine):
     before = entries(machine.share)
     assert machine.run("--set") == (2, b"", b"nebulark-ctl: --set needs at least one NAME=VALUE\n")
     assert entries(machine.share) == before
 
 
+# Every byte that is no capital, no blank around a name and no equals sign.
+ODD = bytes(range(1, 256)).translate(None, b"=" + string.ascii_uppercase.encode())
 REJECTED = [
     ("", "expected name=value"),
+    ("--", "expected name=value"),
     ("--prefs", "expected name=value"),
     ("AutoStretch=maybe", "autostretch: expected on or off"),
     ("brightness=dark", "brightness: expected darker, standard or brighter"),
     ("%S%n%d=on", "unknown preference: %s%n%d"),
     (b"\xc4\x80\xff\x1bZ=on", b"unknown preference: \xc4\x80\xff\x1bz"),
+    (ODD + b"=on", b"unknown preference: " + ODD),
     ("N" * 100 * 1024 + "=on", "unknown preference: " + "n" * 100 * 1024),
 ]
 
@@ -140,9 +160,15 @@ def test_rejected_word_stops_before_anything_is_written_or_elevated(machine, wor
     machine.pkexec("#!/bin/sh\necho elevated\n")
     before = entries(machine.share)
     said = b"nebulark-ctl: " + (message if isinstance(message, bytes) else message.encode()) + b"\n"
-    run = machine.run("--set", "autostretch=on", word, "unlooked at", user=user)
+    run = machine.run("--set", "autostretch=on", word, "unlooked=at", user=user)
     assert run == (2, b"", said)
     assert entries(machine.share) == before
+
+
+@pytest.mark.parametrize("word", ["--", "-v", ""])
+def test_first_word_after_set_is_an_assignment_like_the_others(machine, word):
+    assert machine.run("--set", word, "cfa=mono") == (2, b"", b"nebulark-ctl: expected name=value\n")
+    assert not machine.prefs.exists()
 
 
 # Whether the file can be written. In each state, what root and ann get: do they "read" the file that holds
