@@ -118,7 +118,9 @@ def test_pkexec_inherits_all_that_the_tool_was_started_with(machine):
     """)
     odd = 'cd /home/ann; umask 027; ulimit -c 8; ulimit -n 100; trap "" PIPE USR1; exec 7</etc/passwd'
     before = " ".join([*BECOME["ann"], "env", "-i", "/usr/bin/pkexec"])
-    run = machine.run(*SET_MONO, user="ann", script=f'{odd}; renice 3 $$ >/dev/null; {before}; exec "$@"')
+    keep_cores = {"ASAN_OPTIONS": "disable_coredump=0"}
+    script = f'{odd}; renice 3 $$ >/dev/null; {before}; exec "$@"'
+    run = machine.run(*SET_MONO, user="ann", env=keep_cores, script=script)
     told = run.out.partition(NOTICE)[0]
     assert told.startswith(b"/home/ann\n0027\n")
     assert run == (0, told + NOTICE + told + listing(), b"")

@@ -7,6 +7,7 @@
 #include <string>
 
 #include <sys/mman.h>
+#include <sys/wait.h>
 
 #include "base/handles.h"
 #include "thumbcache/scratch.h"
@@ -75,20 +76,30 @@ TEST_F(ReexecWithPkexec, EmptiesTheBuffersOfBothStreamsFirst) {
   EXPECT_EQ(written, (std::array<std::string, 2>{"said", "complained"}));
 }
 
+void end_a_process_at_once() {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(0);
+  EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+}
+
+off_t size_of(const Descriptor& file) { return ::lseek(file.get(), 0, SEEK_END); }
+
 int exit_handler_writes_to = -1; // a descriptor; -1 where the handler is to do nothing
 
 TEST_F(ReexecWithPkexec, RunsNoExitHandlerWherePkexecCannotBeStarted) {
-  void (*volatile const ends_a_process)(int) = ::_exit;
-  if (ends_a_process == std::exit) GTEST_SKIP() << "a build that counts lines ends every process by exit()";
   std::filesystem::create_directories("/proc/self");
   std::filesystem::create_symlink("/usr/bin/nebulark-ctl", "/proc/self/exe");
   const Descriptor told(::memfd_create("told", MFD_CLOEXEC));
   ASSERT_EQ(std::atexit([] { (void)!::write(exit_handler_writes_to, "x", 1); }), 0);
 
   exit_handler_writes_to = told.get();
-  EXPECT_EQ(reexec_with_pkexec({}), 127);
+  end_a_process_at_once();
+  const bool ends_by_exit = size_of(told) != 0;
+  const int result = reexec_with_pkexec({});
   exit_handler_writes_to = -1;
-  EXPECT_EQ(::lseek(told.get(), 0, SEEK_END), 0);
+  if (ends_by_exit) GTEST_SKIP() << "in a build that counts lines _exit() is exit()";
+  EXPECT_EQ(result, 127);
+  EXPECT_EQ(size_of(told), 0);
 }
 
 } // namespace
