@@ -13,7 +13,6 @@ import sys
 import tempfile
 import time
 from collections import Counter, defaultdict
-from collections.abc import Iterator
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from queue import SimpleQueue
@@ -131,15 +130,19 @@ def changed_since(revision: str) -> set[tuple[str, int]]:
     return changed
 
 
-def chosen(files: list[Path], since: str | None) -> Iterator[Mutant]:
+def chosen(files: list[Path], since: str | None) -> list[Mutant]:
     changed = changed_since(since) if since else set()
+    found, known = [], set()
     for source in sorted([path.resolve() for path in files] or ROOT.glob("src/*/*.*[ph]")):
         for mutant in mutants_of(source.relative_to(ROOT), source.read_text()):
             name, change = str(mutant.path), mutant.change()
-            if since and changed.isdisjoint((name, line) for line in mutant.lines()):
-                continue
-            if not any(name == file and re.search(pattern, change) for file, pattern in EQUIVALENT):
-                yield mutant
+            same = {(file, pattern) for file, pattern in EQUIVALENT if name == file and re.search(pattern, change)}
+            known |= same
+            if not same and not (since and changed.isdisjoint((name, line) for line in mutant.lines())):
+                found.append(mutant)
+    for file, pattern in set() if files else set(EQUIVALENT) - known:
+        sys.exit(f"tests/mutation/equivalent: no change of {file} is like {pattern}")
+    return found
 
 
 def main():
@@ -148,7 +151,7 @@ def main():
     parser.add_argument("--since", metavar="REVISION", help="change only lines that are not as they were then")
     parser.add_argument("file", nargs="*", type=Path, help="a source file; without any, all of src/")
     options = parser.parse_args()
-    mutants = list(chosen(options.file, options.since))
+    mutants = chosen(options.file, options.since)
     if options.list:
         return print(*mutants, sep="\n")
     with tempfile.TemporaryDirectory(prefix="mutate.") as place:
