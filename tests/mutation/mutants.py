@@ -52,7 +52,7 @@ LIBRARY_CALL = re.compile(r"::\w+\(")
 SYSTEM_CALL = re.compile(r"(?<!\w)::\w+\(")
 
 # One word or operator, and what is tried in its place; after = the other way round as well.
-OPERATORS = "< <=  > >=  <= <  >= >  == != =  && || =  + - =  += -= =  << >>  | &  * +  % /"
+OPERATORS = "< <=  > >=  <= <  >= >  == != =  && || =  + - =  += -= =  << >>  * +  % /"
 WORDS = """
 true false =  stdout stderr =  continue break =  std::min std::max =  S_ISDIR S_ISREG =  front back =  find rfind =
 find_first_not_of find_first_of  find_last_not_of find_last_of  starts_with ends_with  any_of all_of  release get
@@ -76,6 +76,7 @@ RULES = [
     (r"\s\? ", " && false ? ", " || true ? "),
     (r" \| [A-Z]\w+", ""),
     (r"!(?=[\w(])", ""),
+    (r"(?<=\s)\|(?= [a-z])", "&"),  # no flag, which is left out above
     (r"\+\+", "--"),
     (r"\b0(?=\.\d)", "1"),
     *((rf"(?<=\s){re.escape(one)}(?=\s)", other) for one, other in pairs(OPERATORS)),
