@@ -3,8 +3,8 @@
     measure.py [--large] [DIRECTORY]
 
 A time is the processor time of a whole process, its own and the kernel's for it, as hyperfine reads it: on a busy
-machine the others do not count. Where the cache is cold, waiting for the disk is what there is to measure, and a time is
-the time on the clock. The sides of a comparison take turns, so that a machine that slows down meanwhile slows all of
+machine the others do not count. Where the cache is cold, waiting for the disk is what there is to measure, and a time
+is the time on the clock. The sides of a comparison take turns, so that a machine that slows down meanwhile slows all of
 them, and the median of a side's rounds counts.
 
 Caches are temporary directories where temporary files go, by default on an ordinary file system, as real caches are. In

@@ -47,6 +47,7 @@ IN_DEB = {name: mode for name, mode in ZIPPED.items() if "/licenses/" not in nam
     "usr/share/lintian/overrides/nebulark-ctl": 0o644,
 }
 
+
 def run(*command, check=True, env={}, **how) -> subprocess.CompletedProcess:
     done = subprocess.run(command, capture_output=True, env=ENVIRONMENT | env, **how)
     if check and done.returncode != 0:
@@ -64,7 +65,9 @@ def mode(path: Path) -> int:
 
 def tree(root: Path) -> dict[str, int]:
     """The modes of all files below a directory."""
-    return {str(path.relative_to(root)): mode(path) for path in root.rglob("*") if path.is_file() and not path.is_symlink()}
+    return {
+        str(path.relative_to(root)): mode(path) for path in root.rglob("*") if path.is_file() and not path.is_symlink()
+    }
 
 
 def privately(directory: Path, script: str, *words, **how) -> subprocess.CompletedProcess:
@@ -238,8 +241,8 @@ def field(deb: Path, name: str) -> str:
 
 
 def test_two_builds_give_the_same_bytes(packages):
-    """By root, and by an ordinary user in another place who lets nobody see files, from sources of other dates on another
-    file system."""
+    """By root; and by an ordinary user in another place who lets nobody see files, from sources of other dates on
+    another file system."""
     somebody = {"user": SOMEBODY, "group": SOMEBODY, "extra_groups": [], "umask": 0o077}
     somebody["env"] = {"TZ": "Pacific/Chatham", "LC_ALL": "C.UTF-8", "HOME": "/"}
     with tempfile.TemporaryDirectory(dir="/dev/shm") as directory:

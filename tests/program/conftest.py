@@ -1,5 +1,5 @@
-"""What every test here may ask for by name. Where no namespaces can be made, none of these tests can run: they are skipped,
-and say why once; with CI set that is a failure.
+"""What every test here may ask for by name. Where no namespaces can be made, none of these tests can run: they are
+skipped, and say why once; with CI set that is a failure.
 """
 
 import os

@@ -174,7 +174,9 @@ def test_size_directories_are_walked_in_a_fixed_order(cache):
 @clearing(report(60), report_all(60))
 def test_entries_are_met_in_the_order_of_their_directory(cache, words, result):
     names = [f"{number * 37 % 101:03}" for number in range(60)]
-    cache.put(FITS, *(f"normal/{name}/m31.png" if number % 3 else f"normal/{name}" for number, name in enumerate(names)))
+    cache.put(
+        FITS, *(f"normal/{name}/m31.png" if number % 3 else f"normal/{name}" for number, name in enumerate(names))
+    )
     listed = os.listdir(cache.path / "normal")
     assert listed not in (sorted(listed), sorted(listed, reverse=True))
     with strace(cache.machine) as inside:

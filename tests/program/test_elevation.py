@@ -109,13 +109,15 @@ def test_standard_input_and_error_are_pkexecs_too(machine):
 
 @unless_emulated("signals and limits are those that qemu has set")
 def test_pkexec_inherits_all_that_the_tool_was_started_with(machine):
-    machine.pkexec("""#!/bin/sh
+    machine.pkexec(
+        """#!/bin/sh
         pwd -P
         umask
         readlink /proc/$$/fd/*
         cut -d " " -f 5-8,19 /proc/self/stat  # process group, session, terminal, niceness
         exec grep -h -e "^Max" -e "^NoNewPrivs" -e "^Sig[BI]" /proc/self/limits /proc/self/status
-    """)
+    """
+    )
     odd = 'cd /home/ann; umask 027; ulimit -c 8; ulimit -n 100; trap "" PIPE USR1; exec 7</etc/passwd'
     before = " ".join([*BECOME["ann"], "env", "-i", "/usr/bin/pkexec"])
     keep_cores = {"ASAN_OPTIONS": "disable_coredump=0"}
@@ -212,12 +214,14 @@ def test_failing_second_runs_own_words_stand_before_the_message(machine):
 
 
 def test_pkexec_that_is_stopped_for_a_while_is_waited_for(machine):
-    machine.pkexec("""#!/bin/sh
+    machine.pkexec(
+        """#!/bin/sh
         (until grep -q "State:.T" /proc/$$/status; do :; done; kill -CONT $$) &
         kill -STOP $$
         wait
         echo went on
-    """)
+    """
+    )
     assert machine.run(*SET_MONO, user="ann") == (0, NOTICE + b"went on\n" + listing(), b"")
 
 
@@ -230,10 +234,12 @@ def test_signal_from_the_terminal_ends_both_runs(machine, name):
 
 def test_outcome_of_another_child_is_not_taken_for_that_of_pkexec(machine):
     # The other one has ended before pkexec does, and may be waited for.
-    machine.pkexec("""#!/bin/sh
+    machine.pkexec(
+        """#!/bin/sh
         while grep -qs "State:.[^Z]" "/proc/$(cat /home/other)/status"; do :; done
         exit 1
-    """)
+    """
+    )
     other = ': & echo $! >/home/other; exec "$@"'
     assert machine.run(*SET_MONO, user="ann", script=other) == TOLD_NOTHING_CHANGED
 

@@ -159,8 +159,10 @@ def out_of_sight(failed: Call | None, name: str) -> bool:
     """Whether the file has no status, or a directory above it cannot be opened or read to its first entry."""
     if failed is None or not f"{CACHE}/{name}".startswith(failed.subject):
         return False
-    return failed.name == "newfstatat" or failed.subject != f"{CACHE}/{name}" and (
-        failed.name == "openat" or (failed.name, failed.nth) == ("getdents64", 1)
+    return (
+        failed.name == "newfstatat"
+        or failed.subject != f"{CACHE}/{name}"
+        and (failed.name == "openat" or (failed.name, failed.nth) == ("getdents64", 1))
     )
 
 
@@ -225,7 +227,9 @@ def prepare(machine: Machine, old: dict | None = None, elevates: bool = True, al
 def restore(machine: Machine, before: Files, after: Files):
     """Brings back the files of before, all of them and in one order: on some file systems a directory gives its entries
     in the order in which they were made, and a call is known by its number."""
-    names = {path: path.removeprefix("/usr").lstrip("/") for path, (mode, _) in (before | after).items() if mode[0] != "d"}
+    names = {
+        path: path.removeprefix("/usr").lstrip("/") for path, (mode, _) in (before | after).items() if mode[0] != "d"
+    }
     for name in names.values():
         (machine.root / name).unlink(missing_ok=True)
     for path, name in names.items():
@@ -256,8 +260,8 @@ def left_open(trace: list[Traced]) -> set[str]:
 
 
 def reads_ahead(calls: list[Traced]) -> bool:
-    """Whether a descriptor, known by the calls from its opening to its closing, is there for the kernel's sake only. A C
-    library without preadv2 opens a file and asks nothing."""
+    """Whether a descriptor, known by the calls from its opening to its closing, is there for the kernel's sake only. A
+    C library without preadv2 opens a file and asks nothing."""
     names = [each.call.name for each in calls]
     hint = "preadv2" in names or "fadvise64" in names or names == ["openat", "close"]
     return hint or calls[0].call.subject.endswith("/.")

@@ -88,7 +88,7 @@ def test_readers_beside_a_saver_see_one_whole_file(machine):
 
 
 def test_savers_at_the_same_moment_come_to_an_end_and_the_next_one_is_right(machine):
-    # They share the temporary file, so that one may take it away from another, and what they leave is not promised. That
+    # They share the temporary file, so that one may take it from another, and what they leave is not promised. That
     # there is a file spares them asking for rights: the first one may appear between the two looks for it.
     machine.prefs.write_bytes(AUTO)
     with strace(machine) as inside:

@@ -105,7 +105,9 @@ def test_tags_that_imagemagick_writes_by_itself_stand_behind_the_picture_and_are
     painters.cache.directory("normal")
     cached = {name: painters.cached(name) for name in ("m31.fits", "harbour.jpg")}
     for name, place in cached.items():
-        painters.call("/usr/bin/convert", painters.pictures / name, "-thumbnail", "128x128", painters.cache.path / place)
+        painters.call(
+            "/usr/bin/convert", painters.pictures / name, "-thumbnail", "128x128", painters.cache.path / place
+        )
     chunks = png.chunks((painters.cache.path / cached["m31.fits"]).read_bytes())
     uri = (b"tEXt", b"Thumb::URI\0file://" + os.fsencode(painters.pictures / "m31.fits"))
     assert chunks.index(uri) > [kind for kind, _ in chunks].index(b"IDAT")

@@ -1,14 +1,14 @@
 """Machines of the tests' own, and runs of the built tool on them.
 
-A machine is a directory that stands in for /usr/share, what differs in /usr/bin, and /home (see `sandbox`). A run happens
-in a mount namespace of its own, in which the tool is /usr/bin/nebulark-ctl and works on its real, fixed paths; tests
+A machine is a directory that stands in for /usr/share, what differs in /usr/bin, and /home (see `sandbox`). A run
+happens in a mount namespace of its own, in which the tool is /usr/bin/nebulark-ctl and works on its real, fixed paths; tests
 prepare and examine the same files from outside.
 
     def test_shows_defaults(machine):
         assert machine.run("--prefs") == (0, b"autostretch = on\\n...", b"")
 
-The tool is the file named by NEBULARK_CTL, or else build/release/nebulark-ctl. NEBULARK_EMULATOR is the program that runs
-it, where it is built for another processor.
+The tool is the file named by NEBULARK_CTL, or else build/release/nebulark-ctl. NEBULARK_EMULATOR is the program that
+runs it, where it is built for another processor.
 """
 
 import os
@@ -24,8 +24,8 @@ PROJECT = SUPPORT.parents[1]
 BUILT = Path(os.environ.get("NEBULARK_CTL", PROJECT / "build/release/nebulark-ctl"))
 TOOL = "/usr/bin/nebulark-ctl"
 
-# What runs the tool where it is built for another processor. Its own files are all real ones: the tool names the C library
-# of that processor, so that qemu need not look for any path in another place.
+# What runs the tool where it is built for another processor. Its own files are all real ones: the tool names the C
+# library of that processor, so that qemu need not look for any path in another place.
 EMULATOR = os.environ.get("NEBULARK_EMULATOR", "").split()
 RUN_TOOL = [*EMULATOR, TOOL]
 

@@ -13,14 +13,16 @@ def chunk(kind: bytes, data: bytes = b"") -> bytes:
 def thumbnail(uri: str) -> bytes:
     """A thumbnail of one transparent pixel, laid out as those and the failure markers of GNOME and Xfce are."""
     tags = {"Thumb::URI": uri, "Thumb::MTime": "1710201600"}
-    return b"".join([
-        SIGNATURE,
-        chunk(b"IHDR", struct.pack(">IIBBBBB", 1, 1, 8, 6, 0, 0, 0)),
-        chunk(b"sBIT", b"\x08\x08\x08\x08"),
-        *(chunk(b"tEXt", f"{keyword}\0{text}".encode("latin-1")) for keyword, text in tags.items()),
-        chunk(b"IDAT", zlib.compress(bytes(5))),
-        chunk(b"IEND"),
-    ])
+    return b"".join(
+        [
+            SIGNATURE,
+            chunk(b"IHDR", struct.pack(">IIBBBBB", 1, 1, 8, 6, 0, 0, 0)),
+            chunk(b"sBIT", b"\x08\x08\x08\x08"),
+            *(chunk(b"tEXt", f"{keyword}\0{text}".encode("latin-1")) for keyword, text in tags.items()),
+            chunk(b"IDAT", zlib.compress(bytes(5))),
+            chunk(b"IEND"),
+        ]
+    )
 
 
 def chunks(png: bytes) -> list[tuple[bytes, bytes]]:

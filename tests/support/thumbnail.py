@@ -49,8 +49,17 @@ def tumbler(size, *pictures):
     bus.signal_subscribe(None, TUMBLER, None, TUMBLER_PATH, None, Gio.DBusSignalFlags.NONE, on_signal)
     GLib.timeout_add_seconds(PATIENCE, out_of_patience)
     request = ([uri(p) for p in pictures], [mime_type(p) for p in pictures], size, "foreground", 0)
-    bus.call_sync(TUMBLER, TUMBLER_PATH, TUMBLER, "Queue", GLib.Variant("(asasssu)", request),
-                  None, Gio.DBusCallFlags.NONE, -1, None)
+    bus.call_sync(
+        TUMBLER,
+        TUMBLER_PATH,
+        TUMBLER,
+        "Queue",
+        GLib.Variant("(asasssu)", request),
+        None,
+        Gio.DBusCallFlags.NONE,
+        -1,
+        None,
+    )
     loop.run()
     if failures:
         sys.exit("\n".join(failures))
@@ -59,6 +68,7 @@ def tumbler(size, *pictures):
 def gnome_factory(size):
     gi.require_version("GnomeDesktop", "4.0")
     from gi.repository import GnomeDesktop
+
     sizes = {"normal": GnomeDesktop.DesktopThumbnailSize.NORMAL, "large": GnomeDesktop.DesktopThumbnailSize.LARGE}
     return GnomeDesktop.DesktopThumbnailFactory.new(sizes[size])
 
@@ -70,6 +80,7 @@ def modified(path):
 def gnome(size, picture, drawn):
     gi.require_version("GdkPixbuf", "2.0")
     from gi.repository import GdkPixbuf
+
     gnome_factory(size).save_thumbnail(GdkPixbuf.Pixbuf.new_from_file(drawn), uri(picture), modified(picture))
 
 
