@@ -1,4 +1,4 @@
-"""--clear-thumb-cache on files whose size, time or inode number does not fit into 32 bits, and on more files than 16 bits count."""
+"""--clear-thumb-cache on files whose size, time or inode number needs more than 32 bits, and on more than 65,535."""
 
 import pytest
 from cache import CACHE, FITS, PHOTO, report, report_all

@@ -1,8 +1,8 @@
 """Machines of the tests' own, and runs of the built tool on them.
 
 A machine is a directory that stands in for /usr/share, what differs in /usr/bin, and /home (see `sandbox`). A run
-happens in a mount namespace of its own, in which the tool is /usr/bin/nebulark-ctl and works on its real, fixed paths; tests
-prepare and examine the same files from outside.
+happens in a mount namespace of its own, in which the tool is /usr/bin/nebulark-ctl and works on its real, fixed paths;
+tests prepare and examine the same files from outside.
 
     def test_shows_defaults(machine):
         assert machine.run("--prefs") == (0, b"autostretch = on\\n...", b"")
