@@ -261,7 +261,8 @@ def measure_growth(place, most, memory_for_few, *how):
     what = f"time for 4 times {most // 4:,} thumbnails"
     row(what, times(tool), "floor", times(floor), tool / floor, "the same", tool <= floor * (1 + NOISE))
     what, growth = f"peak memory for {most:,} thumbnails", memory / memory_for_few
-    row(what, kib(memory), f"{FEW:,} of them", kib(memory_for_few), growth, "the same", memory <= memory_for_few + SOME_PAGES)
+    same = memory <= memory_for_few + SOME_PAGES
+    row(what, kib(memory), f"{FEW:,} of them", kib(memory_for_few), growth, "the same", same)
 
 
 def file_system(directory):

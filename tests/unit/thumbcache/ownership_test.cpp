@@ -65,6 +65,7 @@ constexpr Case<Tags> nebulark_thumbnails[] = {
     {"ByAnEndingBeforeAFragment", {"file:///data/m31.fit#top", absent}},
     {"ByAnEndingBeforeAQueryAndAFragment", {"file:///data/m31.fts?a#b", absent}},
     {"ByAnEndingBeforeAFragmentAndAQuery", {"file:///data/m31.fts#a?b", absent}},
+    {"ByAnEndingBeforeTwoFragments", {"file:///data/m31.fits#a#b", absent}},
     {"ByAnEndingBeforeTwoQueries", {"file:///data/m31.xisf?a?b.png", absent}},
     {"ByAnEndingBeforeAnEmptyQuery", {"file:///data/m31.fits?", absent}},
     {"ByAnEndingBehindAnother", {"file:///data/m31.png.fits", absent}},
