@@ -26,5 +26,5 @@ build() {
 }
 
 build_for() {
-  build_in "build/$1" all --preset release --toolchain cmake/cross.cmake -D NEBULARK_PROCESSOR="$1"
+  build_in "build/$1" all --preset release --toolchain cmake/cross.cmake -D NEBULARK_PROCESSOR="$1" -D BUILD_TESTING=ON
 }
