@@ -13,7 +13,7 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR ${processor})
 set(CMAKE_C_COMPILER ${triplet}-gcc)
 set(CMAKE_CXX_COMPILER ${triplet}-g++)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator})
+set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/${emulator})
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES NEBULARK_PROCESSOR)
 
 # Programs that run while building are those of this machine; headers and libraries are not.

@@ -89,6 +89,8 @@ int exit_handler_writes_to = -1; // a descriptor; -1 where the handler is to do 
 TEST_F(ReexecWithPkexec, RunsNoExitHandlerWherePkexecCannotBeStarted) {
   std::filesystem::create_directories("/proc/self");
   std::filesystem::create_symlink("/usr/bin/nebulark-ctl", "/proc/self/exe");
+  char byte = 0;
+  if (::readlink("/proc/self/exe", &byte, 1) == -1) GTEST_SKIP() << "qemu answers for /proc, and knows no path here";
   const Descriptor told(::memfd_create("told", MFD_CLOEXEC));
   ASSERT_EQ(std::atexit([] { (void)!::write(exit_handler_writes_to, "x", 1); }), 0);
 
