@@ -24,7 +24,7 @@ struct CloseDirectory {
 using FileHandle = std::unique_ptr<std::FILE, CloseFile>;
 using DirectoryHandle = std::unique_ptr<DIR, CloseDirectory>;
 
-// Owns a file descriptor. Converts from what open() returns: -1 is no descriptor.
+// Owns a file descriptor, as open() returns it: -1 is none.
 class Descriptor {
 public:
   explicit Descriptor(int number) : number_(number) {}

@@ -23,8 +23,7 @@ namespace nebulark {
 // The state of one directory's listing.
 class ReadAhead {
 public:
-  // Tells that the walk has come to this entry of the open directory. Every entry is told, in the listing's order, and
-  // before its file is opened.
+  // The walk calls this for every entry of the open directory, in the order of the listing, before it opens the file.
   void arrive_at(int directory, const dirent& entry);
 
 private:
