@@ -4,8 +4,8 @@
 
 namespace nebulark {
 
-// The byte, with A to Z lowered. Every other byte, those of 0x80 and above included, is returned as it is, in any
-// locale: names, words and file name endings are bytes here, not language.
+// Lowers A to Z; returns any other byte unchanged, 0x80 and above included. Names, words and file name endings are
+// bytes here, in any locale.
 [[nodiscard]] constexpr char ascii_lower(char byte) {
   return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
 }

@@ -1,4 +1,4 @@
-// Owners of what the system opens. Each closes on every way out of its scope.
+// Owners of open files, directories and descriptors. Each closes what it owns.
 
 #pragma once
 
@@ -11,8 +11,8 @@
 
 namespace nebulark {
 
-// The result of closing is ignored: a file that was only read loses nothing, and the one file that is written is closed
-// where that is explained.
+// The result of closing is ignored: a file that was only read loses nothing, and save_preferences() says why it ignores
+// the result for the file that it writes.
 struct CloseFile {
   void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
 };
@@ -24,7 +24,7 @@ struct CloseDirectory {
 using FileHandle = std::unique_ptr<std::FILE, CloseFile>;
 using DirectoryHandle = std::unique_ptr<DIR, CloseDirectory>;
 
-// Owns a file descriptor, as open() returns it: -1 is none.
+// Owns a file descriptor as open() returns it; -1 is none.
 class Descriptor {
 public:
   explicit Descriptor(int number) : number_(number) {}
@@ -44,8 +44,8 @@ private:
   int number_;
 };
 
-// A stream or a directory over an open descriptor, which it then owns. Absent where there is no descriptor, or where
-// the C library refuses; the descriptor is then closed.
+// A stream or directory over an open descriptor, which it then owns. Null if there is no descriptor or the C library
+// fails; the descriptor is then closed.
 [[nodiscard]] inline FileHandle stream_over(Descriptor descriptor, const char* mode) {
   FileHandle file(descriptor ? ::fdopen(descriptor.get(), mode) : nullptr);
   if (file) (void)descriptor.release();

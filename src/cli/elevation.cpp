@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstdio>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include <sys/types.h>
@@ -12,38 +14,40 @@ namespace nebulark {
 
 namespace {
 
-// Never looked up along PATH, which the user's environment may have set to anything.
+// Never looked up along PATH, which may hold anything.
 constexpr const char* pkexec_path = "/usr/bin/pkexec";
 
-// Where the running executable lies, as the kernel knows it; argument 0 says what the caller likes, and must not choose
-// what runs as root. A path of more than 4095 bytes is cut there, and pkexec will not find it.
-bool read_own_path(std::array<char, 4096>& path) {
-  return ::readlink("/proc/self/exe", path.data(), path.size() - 1) > 0;
+// The path of the running executable, from the kernel: argument 0 is the caller's choice, and the caller must not
+// choose what runs as root. Where the path is longer than 4095 bytes, the kernel does not tell it.
+std::optional<std::string> own_path() {
+  std::array<char, 4095> path;
+  const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+  if (length <= 0) return std::nullopt;
+  return std::string(path.data(), static_cast<std::size_t>(length));
 }
 
-// Waits once: this process handles no signal, so nothing that leaves it running interrupts the wait.
+// Waits once: this process handles no signals, so none interrupts the wait.
 int wait_for(pid_t child) {
   int status = 0;
   if (::waitpid(child, &status, 0) == -1) return -1;
-  if (WTERMSIG(status) != 0) return -1;
-  return WEXITSTATUS(status);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 } // namespace
 
-int reexec_with_pkexec(std::span<char* const> words) {
+int reexec_with_pkexec(Words words) {
   if (::geteuid() == 0) return -1;
   if (::access(pkexec_path, X_OK) != 0) return -1;
 
-  // What is still in a buffer at the fork would be printed late, or twice.
+  // Text that is still in a buffer at the fork would be printed late, or twice.
   (void)std::fflush(stdout);
   (void)std::fflush(stderr);
 
-  std::array<char, 4096> own_path{}; // readlink writes no NUL behind the path
-  if (!read_own_path(own_path)) return -1;
+  std::optional<std::string> path = own_path();
+  if (!path) return -1;
 
   char pkexec_name[] = "pkexec";
-  std::vector<char*> arguments{pkexec_name, own_path.data()};
+  std::vector<char*> arguments{pkexec_name, path->data()};
   arguments.insert(arguments.end(), words.begin(), words.end());
   arguments.push_back(nullptr);
 
@@ -51,7 +55,7 @@ int reexec_with_pkexec(std::span<char* const> words) {
   if (child == -1) return -1;
   if (child == 0) {
     ::execv(pkexec_path, arguments.data());
-    ::_exit(127); // as a shell says that a command could not be run; exit() would flush buffers that are not its own
+    ::_exit(127); // the shell's status for a command that cannot be run; exit() would flush the parent's buffers
   }
   return wait_for(child);
 }

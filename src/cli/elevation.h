@@ -2,18 +2,18 @@
 
 #pragma once
 
-#include <span>
+#include "cli/words.h"
 
 namespace nebulark {
 
-// Runs this very executable again under /usr/bin/pkexec with the given words behind its path, as they are, and waits
-// for it to end. The second run has this one's terminal, standard streams and environment; what this process printed
-// before appears before what that one prints. Prints nothing itself.
+// Runs this executable again under /usr/bin/pkexec, with the given words unchanged as its arguments, and waits for it
+// to end. The second run has this one's terminal and standard streams, and of the environment what pkexec leaves.
+// Everything that this process has printed appears before the output of the second run. Prints nothing itself.
 //
-// Returns the second run's exit status, 0 to 255: among them what pkexec gives when the user is refused or dismisses
-// the dialog, and 127 when pkexec cannot be run at all. Returns -1 when there was no second run or nobody knows how it
-// ended: this process is root already and has nothing to gain, pkexec is missing or not executable, the path of this
-// executable cannot be read, fork or wait failed, or a signal killed it.
-[[nodiscard]] int reexec_with_pkexec(std::span<char* const> words);
+// Returns the exit status of pkexec, 0 to 255: that of the second run, or pkexec's own when the user is refused or
+// dismisses the dialog, or 127 when pkexec cannot be started after all. Returns -1 when nothing was run or the outcome
+// is unknown: this process already is root, pkexec is missing or not executable, the path of this executable cannot be
+// read, fork or wait failed, or a signal killed pkexec.
+[[nodiscard]] int reexec_with_pkexec(Words words);
 
 } // namespace nebulark

@@ -1,31 +1,28 @@
 // nebulark-ctl: the command-line companion of the Nebulark thumbnailer.
 //
-// The first argument is a command word and chooses one command; what follows belongs to that command:
+// The first argument is the command word; what follows belongs to that command:
 //
 //     --help, -h           cli/usage.h
 //     --version            here
 //     --prefs, --set       cli/preference_commands.h, over prefs/; with cli/elevation.h where rights are missing
 //     --clear-thumb-cache  thumbcache/clearing.h
 //
-// Command words are whole: no abbreviations, no values behind an equals sign. Words that a command does not use are not
-// looked at. What a command returns is the exit status: 0 done, 1 could not be done, 2 wrongly asked.
+// Command words are matched whole: no abbreviations, no values after an equals sign. A command ignores words that it
+// does not use. It returns the exit status: 0 for done, 1 for could not be done, 2 for a usage error.
 
 #include <array>
 #include <cstdio>
-#include <span>
 #include <string_view>
 
 #include "cli/preference_commands.h"
 #include "cli/usage.h"
+#include "cli/words.h"
 #include "thumbcache/clearing.h"
 #include "version.h"
 
 namespace nebulark {
 
 namespace {
-
-// The command line from the command word on.
-using Words = std::span<char* const>;
 
 int help(Words) {
   print_usage();
@@ -39,7 +36,7 @@ int print_version(Words) {
 
 int prefs(Words) { return show_preferences(); }
 
-// "--all" counts in this one place: a slip must not widen what is deleted.
+// "--all" is accepted in this one place: a typo must never delete more.
 int clear(Words words) {
   const bool all = words.size() > 1 && std::string_view(words[1]) == "--all";
   return clear_thumbnail_cache(all);
@@ -47,7 +44,7 @@ int clear(Words words) {
 
 struct Command {
   std::string_view word;
-  int (*run)(Words words);
+  int (*run)(Words words); // from the command word on
 };
 
 constexpr std::array<Command, 6> commands{{
@@ -77,6 +74,6 @@ int run(Words words) {
 } // namespace nebulark
 
 int main(int argc, char** argv) {
-  const std::span<char* const> arguments(argv, static_cast<std::size_t>(argc));
+  const nebulark::Words arguments(argv, static_cast<std::size_t>(argc));
   return nebulark::run(arguments.subspan(arguments.empty() ? 0 : 1));
 }

@@ -24,10 +24,10 @@ int write_directly(const Preferences& preferences) {
   return 0;
 }
 
-// The second run applies the same words to the file by itself, and prints its own listing and hint. The listing below
-// repeats that on purpose: it is read back from the file, and shows the user who asked what now holds.
-int write_with_elevation(std::span<char* const> words) {
-  // Said before it is known whether elevation can happen, so that a password prompt never comes unannounced.
+// The second run applies the same words and prints its own listing and hint. The listing here repeats that on purpose:
+// it is read back from the file, and shows what now holds.
+int write_with_elevation(Words words) {
+  // Printed before it is known whether elevation is possible: no password prompt may come unannounced.
   (void)std::printf(
       "Preferences are machine wide, so this needs administrator\nrights. You may be asked for your password.\n\n");
   (void)std::fflush(stdout);
@@ -50,8 +50,8 @@ int show_preferences() {
   return 0;
 }
 
-int set_preferences(std::span<char* const> words) {
-  const std::span<char* const> assignments = words.subspan(1);
+int set_preferences(Words words) {
+  const Words assignments = words.subspan(1);
   if (assignments.empty()) {
     (void)std::fprintf(stderr, "nebulark-ctl: --set needs at least one NAME=VALUE\n");
     return 2;

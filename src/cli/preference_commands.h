@@ -1,20 +1,21 @@
-// The two commands that show and change the preferences. Both talk to the user, and return the exit status.
+// The two commands that show and change the preferences. Both print their results and messages, and return the exit
+// status.
 
 #pragma once
 
-#include <span>
+#include "cli/words.h"
 
 namespace nebulark {
 
-// --prefs: lists the preferences in effect, where they are stored, and whether this user may change them there.
-// Returns 0 always.
+// --prefs: lists the preferences in effect, where they are stored, and whether this user may change them there. Always
+// returns 0.
 [[nodiscard]] int show_preferences();
 
-// --set: applies every assignment to the preferences and replaces the file, with administrator rights by way of pkexec
-// when this user may not write it. `words` is the command line from "--set" on. Nothing is written, and no password
-// asked for, unless every assignment is good.
+// --set: applies every assignment to the preferences and replaces the file, through pkexec when this user may not write
+// it. `words` is the command line from "--set" on. One bad assignment, and nothing is written and no password asked
+// for.
 //
 // Returns 0 when the file was written, 1 when it could not be, 2 when there is no assignment or a bad one.
-[[nodiscard]] int set_preferences(std::span<char* const> words);
+[[nodiscard]] int set_preferences(Words words);
 
 } // namespace nebulark

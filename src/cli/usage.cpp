@@ -6,7 +6,7 @@ namespace nebulark {
 
 namespace {
 
-// Says nothing of "-h", nor of "--all", which deletes what other programs drew: the manual explains that one.
+// Leaves out "-h", and "--all", which deletes what other programs drew and is explained in the manual.
 constexpr char usage_text[] = R"(nebulark-ctl: set how Nebulark draws thumbnails, and clear the cached ones
 
 usage:

@@ -8,9 +8,9 @@
 
 namespace nebulark {
 
-// Five lines, "NAME = VALUE", each ended by a line feed, the values aligned. Switches read on and off; the brightness
-// is followed by the target background level that it stands for. Every record has a listing: a value outside its
-// enumeration is listed as the default. Prints nothing itself.
+// Five lines, "NAME = VALUE", each ended by a line feed, with the values aligned. Switches are on or off; the
+// brightness is followed by its target background level. A value outside its enumeration is listed as the default.
+// Prints nothing itself.
 [[nodiscard]] std::string print_preferences(const Preferences& preferences);
 
 } // namespace nebulark

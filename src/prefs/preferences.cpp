@@ -1,7 +1,8 @@
 #include "prefs/preferences.h"
 
 #include <algorithm>
-#include <array>
+#include <tuple>
+#include <type_traits>
 
 #include "prefs/text.h"
 
@@ -9,77 +10,94 @@ namespace nebulark {
 
 namespace {
 
-// The words of each enumeration. A word's position is its value.
-template <std::size_t N>
-using Words = std::array<std::string_view, N>;
+using Words = std::span<const std::string_view>;
 
-constexpr Words<3> brightness_words{"darker", "standard", "brighter"};
-constexpr Words<3> cfa_words{"auto", "color", "mono"};
-constexpr Words<4> label_corner_words{"topleft", "topright", "bottomleft", "bottomright"};
+// Does not compile while a member has no row.
+static_assert([] {
+  const auto [autostretch, brightness, cfa, labelformat, labelcorner] = Preferences{};
+  const std::tuple members(autostretch, brightness, cfa, labelformat, labelcorner);
+  return std::tuple_size_v<decltype(members)> == preference_fields.size();
+}());
 
-template <typename Value, std::size_t N>
-std::string_view word_of(const Words<N>& words, Value value, Value fallback) {
-  const auto position = static_cast<std::size_t>(value); // a negative value lies far behind the last word
-  return words[position < N ? position : static_cast<std::size_t>(fallback)];
+std::int32_t value_of(const PreferenceField& field, const Preferences& preferences) {
+  return std::visit([&](auto member) { return static_cast<std::int32_t>(preferences.*member); }, field.member);
 }
 
-template <typename Value, std::size_t N>
-std::optional<Value> value_of(const Words<N>& words, std::string_view word) {
+void set_value(const PreferenceField& field, std::int32_t value, Preferences& preferences) {
+  std::visit(
+      [&](auto member) {
+        using Value = std::remove_reference_t<decltype(preferences.*member)>;
+        preferences.*member = static_cast<Value>(value);
+      },
+      field.member);
+}
+
+std::string_view word_at(Words words, std::int32_t value, std::int32_t fallback) {
+  const auto position = static_cast<std::size_t>(value); // a negative value becomes one far beyond the last word
+  return words[position < words.size() ? position : static_cast<std::size_t>(fallback)];
+}
+
+std::optional<std::int32_t> position_of(std::string_view word, Words words) {
   const auto found = std::ranges::find(words, word);
   if (found == words.end()) return std::nullopt;
-  return static_cast<Value>(found - words.begin());
+  return static_cast<std::int32_t>(found - words.begin());
 }
 
-// "auto, color or mono"
-template <std::size_t N>
-std::string any_of(const Words<N>& words) {
-  std::string text(words.front());
-  for (std::size_t position = 1; position < N; ++position) {
-    text += position + 1 == N ? " or " : ", ";
-    text += words[position];
+std::optional<std::int32_t> parse_value(const PreferenceField& field, std::string_view word) {
+  if (!is_switch(field)) return position_of(word, field.words);
+  bool value = false;
+  if (!parse_bool(word, value)) return std::nullopt;
+  return value;
+}
+
+// "auto, color or mono". A switch has more words than these two; they are for scripts and need no advertising.
+std::string expected_words(const PreferenceField& field) {
+  if (is_switch(field)) return "on or off";
+  std::string text(field.words.front());
+  for (const std::string_view word : field.words.subspan(1)) {
+    text += word == field.words.back() ? " or " : ", ";
+    text += word;
   }
   return text;
 }
 
-// One overload of `store` and of `accepted` for each type of preference. `store` touches the field only when the whole
-// text is one of its words.
 template <typename Value>
-bool store_if_any(std::optional<Value> parsed, Value& field) {
-  if (parsed) field = *parsed;
-  return parsed.has_value();
+std::string_view word_of_value(Words words, Value value, Value fallback) {
+  return word_at(words, static_cast<std::int32_t>(value), static_cast<std::int32_t>(fallback));
 }
 
-bool store(std::string_view text, bool& field) { return parse_bool(text, field); }
-bool store(std::string_view text, Brightness& field) { return store_if_any(parse_brightness(text), field); }
-bool store(std::string_view text, CfaMode& field) { return store_if_any(parse_cfa_mode(text), field); }
-bool store(std::string_view text, LabelCorner& field) { return store_if_any(parse_label_corner(text), field); }
-
-// A switch knows more spellings than these two; they are for scripts, and need no advertising.
-std::string accepted(bool) { return "on or off"; }
-std::string accepted(Brightness) { return any_of(brightness_words); }
-std::string accepted(CfaMode) { return any_of(cfa_words); }
-std::string accepted(LabelCorner) { return any_of(label_corner_words); }
+template <typename Value>
+std::optional<Value> value_of_word(std::string_view word, Words words) {
+  const auto position = position_of(word, words);
+  return position ? std::optional(static_cast<Value>(*position)) : std::nullopt;
+}
 
 } // namespace
 
-std::string_view brightness_word(Brightness value) {
-  return word_of(brightness_words, value, Preferences{}.brightness);
+bool is_switch(const PreferenceField& field) { return std::holds_alternative<bool Preferences::*>(field.member); }
+
+std::string_view word_of(const PreferenceField& field, const Preferences& preferences) {
+  return word_at(field.words, value_of(field, preferences), value_of(field, Preferences{}));
 }
 
-std::string_view cfa_word(CfaMode value) { return word_of(cfa_words, value, Preferences{}.cfa); }
+std::string_view brightness_word(Brightness value) {
+  return word_of_value(brightness_words, value, Preferences{}.brightness);
+}
+
+std::string_view cfa_word(CfaMode value) { return word_of_value(cfa_words, value, Preferences{}.cfa); }
 
 std::string_view label_corner_word(LabelCorner value) {
-  return word_of(label_corner_words, value, Preferences{}.labelcorner);
+  return word_of_value(label_corner_words, value, Preferences{}.labelcorner);
 }
 
 std::optional<Brightness> parse_brightness(std::string_view word) {
-  return value_of<Brightness>(brightness_words, word);
+  return value_of_word<Brightness>(word, brightness_words);
 }
 
-std::optional<CfaMode> parse_cfa_mode(std::string_view word) { return value_of<CfaMode>(cfa_words, word); }
+std::optional<CfaMode> parse_cfa_mode(std::string_view word) { return value_of_word<CfaMode>(word, cfa_words); }
 
 std::optional<LabelCorner> parse_label_corner(std::string_view word) {
-  return value_of<LabelCorner>(label_corner_words, word);
+  return value_of_word<LabelCorner>(word, label_corner_words);
 }
 
 float target_background(Brightness value) {
@@ -97,19 +115,21 @@ bool apply_assignment(std::string_view assignment, Preferences& preferences, std
     error = "expected name=value";
     return false;
   }
-  const std::string name = normalised(assignment.substr(0, equals));
-  const std::string value = normalised(assignment.substr(equals + 1));
 
-  bool known = false;
-  bool applied = false;
-  for_each_preference([&](const auto& field) {
-    if (field.name != name) return;
-    known = true;
-    applied = store(value, preferences.*field.member);
-    if (!applied) error = name + ": expected " + accepted(preferences.*field.member);
-  });
-  if (!known) error = "unknown preference: " + name;
-  return applied;
+  const std::string name = normalised(assignment.substr(0, equals));
+  const auto* const field = std::ranges::find(preference_fields, name, &PreferenceField::name);
+  if (field == preference_fields.end()) {
+    error = "unknown preference: " + name;
+    return false;
+  }
+
+  const auto value = parse_value(*field, normalised(assignment.substr(equals + 1)));
+  if (!value) {
+    error = name + ": expected " + expected_words(*field);
+    return false;
+  }
+  set_value(*field, *value, preferences);
+  return true;
 }
 
 } // namespace nebulark

@@ -1,16 +1,18 @@
-// The five rendering preferences of the Nebulark thumbnailer: their names, their words, their defaults, and how one
-// NAME=VALUE text changes them.
+// The five rendering preferences of the Nebulark thumbnailer: their names, words and defaults, and how one NAME=VALUE
+// text changes them.
 //
-// The names stand once, in `preference_fields`; the words of each enumeration stand once, in preferences.cpp. The
-// command line, the file and the listing all read them from there.
+// The command line, the preferences file and the listing take names and words from `preference_fields`. The usage text
+// and the manuals repeat them; tests compare those with this table.
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
-#include <tuple>
+#include <variant>
 
 namespace nebulark {
 
@@ -21,40 +23,49 @@ enum class LabelCorner : std::int32_t { TopLeft = 0, TopRight = 1, BottomLeft = 
 struct Preferences {
   bool autostretch = true;                            // stretch the picture automatically
   Brightness brightness = Brightness::Standard;       // the background level that the stretch aims at
-  CfaMode cfa = CfaMode::Auto;                        // what becomes of a colour filter array
+  CfaMode cfa = CfaMode::Auto;                        // how a colour filter array is drawn
   bool labelformat = false;                           // write the file's format on its thumbnail
-  LabelCorner labelcorner = LabelCorner::BottomRight; // where that label sits
+  LabelCorner labelcorner = LabelCorner::BottomRight; // where that label goes
 
   friend bool operator==(const Preferences&, const Preferences&) = default;
 };
 
-template <typename Value>
+// The words of each type, in the order of its values.
+inline constexpr std::array<std::string_view, 2> switch_words{"off", "on"};
+inline constexpr std::array<std::string_view, 3> brightness_words{"darker", "standard", "brighter"};
+inline constexpr std::array<std::string_view, 3> cfa_words{"auto", "color", "mono"};
+inline constexpr std::array<std::string_view, 4> label_corner_words{"topleft", "topright", "bottomleft", "bottomright"};
+
+using PreferenceMember =
+    std::variant<bool Preferences::*, Brightness Preferences::*, CfaMode Preferences::*, LabelCorner Preferences::*>;
+
 struct PreferenceField {
   std::string_view name;
-  Value Preferences::*member;
+  PreferenceMember member;
+  std::span<const std::string_view> words;
 };
 
-// Every preference, in the order in which the file and the listing show them.
-inline constexpr std::tuple preference_fields{
-    PreferenceField<bool>{"autostretch", &Preferences::autostretch},
-    PreferenceField<Brightness>{"brightness", &Preferences::brightness},
-    PreferenceField<CfaMode>{"cfa", &Preferences::cfa},
-    PreferenceField<bool>{"labelformat", &Preferences::labelformat},
-    PreferenceField<LabelCorner>{"labelcorner", &Preferences::labelcorner},
-};
+// Every preference, in the order of the file and of the listing.
+inline constexpr std::array<PreferenceField, 5> preference_fields{{
+    {"autostretch", &Preferences::autostretch, switch_words},
+    {"brightness", &Preferences::brightness, brightness_words},
+    {"cfa", &Preferences::cfa, cfa_words},
+    {"labelformat", &Preferences::labelformat, switch_words},
+    {"labelcorner", &Preferences::labelcorner, label_corner_words},
+}};
 
-// Calls `visit` with each PreferenceField in that order.
-template <typename Visit>
-void for_each_preference(Visit visit) {
-  std::apply([&](const auto&... field) { (visit(field), ...); }, preference_fields);
-}
+// Whether a preference is on or off, rather than one of several words.
+[[nodiscard]] bool is_switch(const PreferenceField& field);
 
-// The one word for a value. A value outside its enumeration is spelled as the default.
+// The word for the field's value. A value outside its enumeration has the default's word.
+[[nodiscard]] std::string_view word_of(const PreferenceField& field, const Preferences& preferences);
+
+// The same for a value that is in no record.
 [[nodiscard]] std::string_view brightness_word(Brightness value);
 [[nodiscard]] std::string_view cfa_word(CfaMode value);
 [[nodiscard]] std::string_view label_corner_word(LabelCorner value);
 
-// The value of a word that is trimmed and in lower case already; nothing for any other text.
+// The value of a word that is already trimmed and in lower case; nothing for any other text.
 [[nodiscard]] std::optional<Brightness> parse_brightness(std::string_view word);
 [[nodiscard]] std::optional<CfaMode> parse_cfa_mode(std::string_view word);
 [[nodiscard]] std::optional<LabelCorner> parse_label_corner(std::string_view word);
@@ -63,12 +74,11 @@ void for_each_preference(Visit visit) {
 // gives the level of Standard.
 [[nodiscard]] float target_background(Brightness value);
 
-// Applies one NAME=VALUE text: a word of the command line, or a line of the file. It is split at its first "="; blanks
-// around name and value, and the case of both, do not matter.
+// Applies one NAME=VALUE text: an argument of --set, or a line of the file. The first "=" splits it; blanks around name
+// and value, and the case of both, do not matter.
 //
-// Returns true when applied; `error` is then as it was. Returns false when rejected; `preferences` is then as it was,
-// and `error` holds the reason, without prefix or line break. The name in it is the user's own bytes, whatever they
-// are.
+// Returns true when applied; `error` is then unchanged. Returns false when rejected; `preferences` is then unchanged,
+// and `error` is the reason, without prefix or line break. The reason repeats an unknown name, which may hold any byte.
 [[nodiscard]] bool apply_assignment(std::string_view assignment, Preferences& preferences, std::string& error);
 
 } // namespace nebulark

@@ -20,21 +20,22 @@ static_assert(file_path.rfind('/') != std::string_view::npos);
 std::string directory_path() { return std::string(file_path.substr(0, file_path.rfind('/'))); }
 
 // The file spells its switches true and false, as the settings window does; people are shown on and off.
-std::string_view stored(bool value) { return value ? "true" : "false"; }
-std::string_view stored(Brightness value) { return brightness_word(value); }
-std::string_view stored(CfaMode value) { return cfa_word(value); }
-std::string_view stored(LabelCorner value) { return label_corner_word(value); }
+std::string_view stored_word(const PreferenceField& field, const Preferences& preferences) {
+  const std::string_view word = word_of(field, preferences);
+  if (!is_switch(field)) return word;
+  return word == "on" ? "true" : "false";
+}
 
 bool is_comment_or_section(char first) { return first == '#' || first == ';' || first == '['; }
 
 void apply_line(std::string_view line, Preferences& preferences) {
   const std::string text = trim_blanks(line.substr(0, line.find('\n')));
   if (text.empty() || is_comment_or_section(text.front())) return;
-  std::string error; // there is nobody to tell
+  std::string error; // a bad line is skipped without a message
   (void)apply_assignment(text, preferences, error);
 }
 
-// What getline() reads into: it takes memory for the text, and more for a longer one.
+// What getline() reads into. It allocates the text, and grows it for a longer line.
 struct LineBuffer {
   LineBuffer& operator=(LineBuffer&&) = delete;
   ~LineBuffer() { std::free(text); }
@@ -52,11 +53,11 @@ Preferences read_preferences(std::FILE* file) {
   LineBuffer line;
   try {
     ssize_t length = 0;
-    // At an error, getline() gives the part of the line that comes before it.
+    // When an error cuts a line, getline() still returns the part before it.
     while ((length = ::getline(&line.text, &line.size, file)) != -1 && std::ferror(file) == 0)
       apply_line({line.text, static_cast<std::size_t>(length)}, preferences);
   } catch (const std::bad_alloc&) {
-    // A line too long for memory ends the reading as an error does.
+    // A line too long for memory ends the reading, as an error does.
   }
   return preferences;
 }
@@ -65,12 +66,8 @@ std::string preferences_text(const Preferences& preferences) {
   std::string text = "# Nebulark rendering preferences, machine wide.\n"
                      "# Written by nebulark-ctl --set or the settings window.\n"
                      "[General]\n";
-  for_each_preference([&](const auto& field) {
-    text += field.name;
-    text += '=';
-    text += stored(preferences.*field.member);
-    text += '\n';
-  });
+  for (const PreferenceField& field : preference_fields)
+    text.append(field.name).append("=").append(stored_word(field, preferences)).append("\n");
   return text;
 }
 
@@ -83,20 +80,20 @@ bool save_preferences(const Preferences& preferences) {
   const std::string path = preferences_path();
   const std::string temporary = path + ".tmp";
 
-  // A directory that could not be made shows when the file in it is opened.
+  // If the directory cannot be made, opening the file in it fails.
   (void)::mkdir(directory_path().c_str(), 0755);
 
-  // Whatever the umask, nobody else may open the new file for writing: they could still write once it is in place.
+  // Whatever the umask, no other user may open the new file for writing: they could still write to it after the rename.
   FileHandle file =
       stream_over(Descriptor(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)), "w");
   if (!file) return false;
   (void)std::fputs(preferences_text(preferences).c_str(), file.get());
   if (std::ferror(file.get()) != 0) return false;
 
-  // The text leaves the buffer here, and what closing answers is not looked at by design: the save goes on.
+  // Closing writes the buffered text. Its result is ignored by design: the save goes on.
   file.reset();
 
-  // Readable by every user whatever the umask. Where that cannot be had, the new preferences still count.
+  // Readable by every user, whatever the umask. If that fails, the new preferences are still put in place.
   (void)::chmod(temporary.c_str(), 0644);
   return std::rename(temporary.c_str(), path.c_str()) == 0;
 }

@@ -1,4 +1,4 @@
-// How every preference text is normalised, on the command line and in the file alike.
+// How preference texts are normalised, on the command line and in the file alike.
 
 #pragma once
 
@@ -7,19 +7,18 @@
 
 namespace nebulark {
 
-// The text without its leading and trailing blanks; blanks inside it stay. Blanks are space, horizontal tab and
-// carriage return, and no other byte: a line feed, a form feed or a NUL is text. Gives "" for a text of nothing but
-// blanks.
+// The text without its leading and trailing blanks: space, horizontal tab and carriage return. Any other byte is text,
+// a line feed, a form feed and a NUL included. A text of nothing but blanks gives "".
 [[nodiscard]] std::string trim_blanks(std::string_view text);
 
 // Lowers A to Z in place; every other byte stays.
 void to_lower_ascii(std::string& text);
 
-// The text trimmed and lowered: how names and words are compared.
+// The text trimmed and lowered, as names and words are compared.
 [[nodiscard]] std::string normalised(std::string_view text);
 
-// Reads a switch word, blanks around it and case aside: 1, true, yes, on; 0, false, no, off.
-// Returns false for any other text, and leaves `value` as it was.
+// Reads a switch word: 1, true, yes or on; 0, false, no or off. Blanks around it and its case do not matter.
+// Returns false for any other text, and leaves `value` unchanged.
 [[nodiscard]] bool parse_bool(std::string_view text, bool& value);
 
 } // namespace nebulark

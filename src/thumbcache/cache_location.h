@@ -11,15 +11,15 @@
 
 namespace nebulark {
 
-// The size directories, in the order in which they are cleared. "fail" holds the failure markers, which remember that a
-// thumbnail could not be drawn, in a directory for each thumbnailer.
+// The size directories, in the order of clearing. "fail" has a directory for each thumbnailer, with markers for the
+// files that it could not draw.
 inline constexpr std::array<std::string_view, 5> thumbnail_size_dirs{"normal", "large", "x-large", "xx-large", "fail"};
 
-// XDG_CACHE_HOME if it is absolute, as it stands; otherwise HOME (as it stands, be it empty or relative) and "/.cache";
-// with neither, "". Reads the environment anew at each call.
+// XDG_CACHE_HOME if it is absolute, unchanged; otherwise HOME, which may be empty or relative, followed by "/.cache";
+// "" if neither is set. Reads the environment at each call.
 [[nodiscard]] std::string user_cache_dir();
 
-// user_cache_dir() and "/thumbnails". Of no use where user_cache_dir() is empty.
+// user_cache_dir() followed by "/thumbnails". Not to be used when user_cache_dir() is empty.
 [[nodiscard]] std::string thumbnail_cache_dir();
 
 } // namespace nebulark

@@ -20,15 +20,15 @@ namespace nebulark {
 
 namespace {
 
-// A directory that is being cleared, and the one that it was found in. These are not calls of a function within itself:
-// the deepest tree that descriptors and memory allow must not overflow the stack.
+// A directory that is being cleared, and the one above it. A chain on the heap rather than recursion: no tree, however
+// deep, may overflow the stack.
 struct Level {
   DirectoryHandle directory;
   ReadAhead read_ahead;
   std::unique_ptr<Level> above;
 };
 
-// Goes down into a directory. Passes over one that could not be opened, or that there is no memory for.
+// Goes down into a directory. Skips one that could not be opened, or that there is no memory for.
 void enter(std::unique_ptr<Level>& level, Descriptor descriptor) {
   DirectoryHandle directory = directory_over(std::move(descriptor));
   if (!directory) return;
@@ -47,14 +47,14 @@ void clear_file(int directory, const char* name, bool all, ClearCounts& counts) 
   if (::unlinkat(directory, name, 0) == 0) ++counts.removed;
 }
 
-// Other programs may rename directories and put links in their places at any moment, and a path may then lead anywhere.
-// So no path is formed: an entry is looked at, opened and deleted in the directory that is open.
+// Other programs may replace a directory by a link at any moment, and a path through it then leads elsewhere. So
+// status, opening and deleting take the open directory and a name.
 void clear_entry(std::unique_ptr<Level>& level, const dirent& entry, bool all, ClearCounts& counts) {
   const int directory = ::dirfd(level->directory.get());
   if (!all) level->read_ahead.arrive_at(directory, entry);
 
-  // The type in the directory entry is not enough: some file systems leave it out, and a directory that may be listed
-  // but not entered must count for nothing.
+  // The entry's own type is not enough: some file systems leave it out, and files in a directory that may be listed but
+  // not entered must not be counted.
   struct stat status;
   if (::fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
   if (S_ISDIR(status.st_mode))
@@ -73,7 +73,7 @@ void report(const std::string& cache, bool all, const ClearCounts& counts) {
                       plural, counts.left);
   }
 
-  // Speaks of Nebulark's thumbnails with `all` too: they are what the user came for.
+  // Names Nebulark's thumbnails with `all` too: they are why the user clears the cache.
   if (counts.removed == 0) {
     (void)std::printf("Nothing to remove: there were no cached Nebulark thumbnails in %s.\n", cache.c_str());
   } else {

@@ -9,21 +9,21 @@ namespace nebulark {
 
 struct ClearCounts {
   std::int32_t removed = 0; // files that are gone
-  std::int32_t left = 0;    // files looked at and kept as not Nebulark's
+  std::int32_t left = 0;    // files kept as not Nebulark's
 };
 
-// Deletes the regular files of a directory and of all directories below it, and counts them in `counts`: with `all`
-// every file whatever it is, otherwise Nebulark's thumbnails alone. Directories stay, symbolic links are neither
-// followed nor deleted, and pipes, sockets and devices stay. A directory that cannot be opened is passed over, and so
-// is an entry whose status cannot be read. A file that cannot be deleted counts in neither number.
+// Deletes regular files in a directory and in all directories below it: all of them with `all`, otherwise only
+// Nebulark's thumbnails. Adds to `counts`. Directories, pipes, sockets and devices stay; symbolic links are neither
+// followed nor deleted. A directory that cannot be opened is skipped, and so is an entry whose status cannot be read. A
+// file that cannot be deleted is not counted.
 //
-// `directory` may be a symbolic link. Below it no path is used, and each level down keeps its directory open: depth is
-// limited by the process's descriptors and memory, and what lies deeper is passed over.
+// `directory` may be a symbolic link. Below it no path is used, and each level keeps its directory open: the process's
+// descriptors and memory limit the depth, and what is deeper is skipped.
 void clear_thumbnail_tree(const std::string& directory, bool all, ClearCounts& counts);
 
-// Clears the user's thumbnail cache and reports on standard output what was removed; a cache that is not there is an
-// empty one. Returns the exit status: 0, or 1 with a message on standard error when the environment does not tell where
-// the cache is.
+// Clears the user's thumbnail cache and reports on standard output what was removed; a missing cache is an empty one.
+// Returns the exit status: 0, or 1 with a message on standard error when the environment does not tell where the cache
+// is.
 [[nodiscard]] int clear_thumbnail_cache(bool all);
 
 } // namespace nebulark

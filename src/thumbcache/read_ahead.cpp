@@ -12,8 +12,8 @@ namespace nebulark {
 
 namespace {
 
-constexpr unsigned batch = 64;    // files between two probes; twice as many at the most are asked for and not yet used
-constexpr off_t head_size = 4096; // bytes, as much as the tags' reader asks for
+constexpr unsigned batch = 64;    // files between two probes; at most twice as many are asked for and not yet read
+constexpr off_t head_size = 4096; // bytes, as much as one read of the tags
 
 Descriptor open_file(int directory, const dirent& entry) {
   return Descriptor(::openat(directory, entry.d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -31,15 +31,15 @@ bool is_cold(const Descriptor& file) {
 #endif
 }
 
-// The directory's listing from a place on, apart from the one that the walk reads.
+// A second listing of the directory, from a place on.
 DirectoryHandle listing_from(int directory, off_t place) {
   Descriptor listing(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!listing || ::lseek(listing.get(), place, SEEK_SET) == -1) return nullptr;
   return directory_over(std::move(listing));
 }
 
-// Asks for the heads of the next `count` files from a place in the listing on. Returns the place after them; none where
-// the first head is in memory already, or where it cannot be asked for.
+// Asks for the heads of the next `count` files, from a place in the listing on. Returns the place after them; none if
+// the first head is already in memory or the directory cannot be listed.
 std::optional<off_t> ask_for_heads(int directory, off_t place, unsigned count) {
   const DirectoryHandle listing = listing_from(directory, place);
   if (!listing) return std::nullopt;

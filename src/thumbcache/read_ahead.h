@@ -1,15 +1,15 @@
-// Reading the heads of a directory's files before the walk asks for them.
+// Asking for the heads of a directory's files before the walk reads them.
 //
-// Most of a real cache is not in memory when it is cleared, and to wait for the disk, one file after another, is then
-// nearly all the time that clearing takes. So now and then one file is probed: is its head in memory? Where it is not,
-// the kernel is told what comes next in the listing, and reads those heads while the present ones are judged.
+// Most of a real cache is not in memory when it is cleared, and clearing then mostly waits for the disk, file by file.
+// So one file in 64 is probed: is its head in memory? If not, the kernel is told which files come next in the listing,
+// and reads their heads while the walk reads the present ones.
 //
-// These are hints. They change no result, no order and no count, they open regular files only (by the type in the
-// directory entry), and nothing stays open between two calls, so that they never take a descriptor from the walk. Only
-// a program that holds a write lease on a file can notice: opening asks it to give the lease up.
+// These are hints. They change no result, no order and no count. They open regular files only, by the type in the
+// directory entry, and nothing stays open between two calls, so they never take a descriptor from the walk. Only a
+// program that holds a write lease on a file can notice: opening asks it to give up the lease.
 //
-// Where the kernel cannot tell what is in memory, or the file system leaves types out of its directory entries, nothing
-// is read ahead.
+// Nothing is read ahead where the kernel cannot tell what is in memory, or where the file system gives no types in its
+// directory entries.
 
 #pragma once
 
@@ -23,12 +23,12 @@ namespace nebulark {
 // The state of one directory's listing.
 class ReadAhead {
 public:
-  // The walk calls this for every entry of the open directory, in the order of the listing, before it opens the file.
+  // To be called for every entry of the open directory, in the order of the listing, before the file is opened.
   void arrive_at(int directory, const dirent& entry);
 
 private:
   unsigned files_ = 0;        // regular files so far
-  std::optional<off_t> next_; // up to where in the listing heads were asked for; none while nothing is read ahead
+  std::optional<off_t> next_; // where in the listing to ask next; none while nothing is read ahead
 };
 
 } // namespace nebulark

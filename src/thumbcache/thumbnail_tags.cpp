@@ -18,18 +18,18 @@ constexpr std::size_t header_size = 8; // length and type
 constexpr std::size_t crc_size = 4;
 constexpr std::uint32_t longest_chunk = 1U << 20; // bytes; no thumbnailer writes a tag near this
 
-// Each with the NUL that ends it in the file: data that begins so has this keyword and no other.
+// With the NUL that ends a keyword in the file, so that no longer keyword matches.
 constexpr std::string_view uri_keyword("Thumb::URI\0", 11);
 constexpr std::string_view mimetype_keyword("Thumb::Mimetype\0", 16);
 
-// How many bytes pread() brought; none where it failed.
+// Returns the number of bytes read, 0 on failure.
 std::size_t read_at(int file, std::uint64_t offset, char* bytes, std::size_t size) {
   const ssize_t got = ::pread(file, bytes, size, static_cast<off_t>(offset));
   return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
-// Reads a file by offset, forward. A thumbnail's tags lie in its first few hundred bytes, a dozen short steps apart:
-// one window on the file holds them all, and a step inside it is no system call.
+// Reads a file by offset, forward. A thumbnail's tags are in its first few hundred bytes, in a dozen short chunks: one
+// read fills a window with all of them.
 class Reader {
 public:
   explicit Reader(int file) : file_(file) {}
@@ -50,25 +50,25 @@ private:
   void move_to(std::uint64_t offset) {
     start_ = offset;
     size_ = read_at(file_, offset, window_.data(), window_.size());
-    at_end_ = size_ < window_.size(); // a regular file brings less than was asked for at its end only
+    at_end_ = size_ < window_.size(); // a regular file gives less than was asked for only at its end
   }
 
   [[nodiscard]] std::optional<std::string_view> read_long(std::uint64_t offset, std::size_t size) {
-    long_.reset();                              // one long text is held at most
-    long_.reset(new (std::nothrow) char[size]); // where memory is scarce, throwing may take more than there is
+    long_.reset();                              // never hold two
+    long_.reset(new (std::nothrow) char[size]); // throwing allocates too, and may fail where memory is scarce
     if (!long_ || read_at(file_, offset, long_.get(), size) < size) return std::nullopt;
     return std::string_view(long_.get(), size);
   }
 
   int file_;
-  std::uint64_t start_ = 0; // where in the file the window lies
-  std::size_t size_ = 0;    // how much of it is filled
-  bool at_end_ = false;     // nothing follows the window
+  std::uint64_t start_ = 0; // the window's offset in the file
+  std::size_t size_ = 0;    // how much of the window is filled
+  bool at_end_ = false;     // whether the file ends in the window
   std::array<char, 4096> window_;
   std::unique_ptr<char[]> long_; // for what the window cannot hold
 };
 
-// Written out, because compilers make one instruction of it.
+// Written out: compilers turn this form into one instruction.
 std::uint32_t big_endian(std::string_view bytes) {
   const auto byte = [bytes](std::size_t at) { return std::uint32_t{static_cast<unsigned char>(bytes[at])}; };
   return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
@@ -102,7 +102,7 @@ ThumbnailTags read_thumbnail_tags(int file) {
   if (reader.read(0, png_signature.size()) != png_signature) return tags;
   try {
     read_chunks(reader, tags);
-  } catch (const std::bad_alloc&) { // one file's text must not end the clearing of all the others
+  } catch (const std::bad_alloc&) { // one file's text must not stop the clearing of the others
   }
   return tags;
 }

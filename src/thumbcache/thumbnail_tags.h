@@ -5,8 +5,8 @@
 // freedesktop thumbnail standard asks for the source file's URI under "Thumb::URI", and offers its MIME type under
 // "Thumb::Mimetype".
 //
-// Only the head of the file counts: reading ends at the image data (IDAT) and at any chunk of more than 1 MiB, and tags
-// in compressed or international text chunks (zTXt, iTXt) are not seen. CRCs are not checked.
+// Reading ends at the image data (IDAT) and at any chunk of more than 1 MiB. Tags in compressed or international text
+// chunks (zTXt, iTXt) are ignored. CRCs are not checked.
 
 #pragma once
 
@@ -14,16 +14,16 @@
 
 namespace nebulark {
 
-// The values as they stand in the file, any byte included. Empty where a tag is absent or empty.
+// The values as in the file, which may hold any byte. Empty where a tag is absent or empty.
 struct ThumbnailTags {
   std::string uri;
   std::string mimetype;
 };
 
-// Reads the tags of an open file by offset, so that it does not matter where the descriptor stands, nor does it move.
-// The last tag of a kind wins, even if it is empty. What is no PNG file has no tags, nor has what cannot be read by
-// offset, such as a pipe or a directory. A file that breaks off, is malformed, or holds a text that memory has no room
-// for, has the tags that come before that place.
+// Reads the tags of an open file by offset; the descriptor's position is neither used nor moved. The last tag of a kind
+// wins, even if it is empty. No tags come from what is not a PNG file or cannot be read by offset, such as a pipe or a
+// directory. Where a file is cut, is malformed, or has a text too long for memory, the tags before that place are
+// returned.
 [[nodiscard]] ThumbnailTags read_thumbnail_tags(int file);
 
 } // namespace nebulark

@@ -54,12 +54,6 @@ TEST(Preferences, AreNumberedInTheOrderOfTheirWords) {
   EXPECT_EQ(static_cast<int>(LabelCorner::BottomRight), 3);
 }
 
-TEST(ForEachPreference, VisitsTheFiveNamesInTheirOrder) {
-  std::string names;
-  for_each_preference([&](const auto& field) { names.append(field.name).append(" "); });
-  EXPECT_EQ(names, "autostretch brightness cfa labelformat labelcorner ");
-}
-
 TEST(BrightnessWord, SpellsEachValue) {
   for (const auto& [value, word] : brightness_spellings)
     EXPECT_EQ(brightness_word(value), word);
@@ -316,12 +310,12 @@ constexpr Case<std::string_view, std::string_view> rejected[] = {
 INSTANTIATE_TEST_SUITE_P(, RejectedAssignment, testing::ValuesIn(rejected), case_name);
 
 TEST(RejectedAssignments, AreThoseToWhatIsNearlyAName) {
-  for_each_preference([](const auto& field) {
+  for (const PreferenceField& field : preference_fields) {
     for (const std::string& name : near_misses(field.name)) {
       SCOPED_TRACE(testing::PrintToString(name));
       expect_rejected(name + "=on", "unknown preference: " + name);
     }
-  });
+  }
 }
 
 TEST(AppliedAssignments, AddUpAndTheLastToANameWins) {
