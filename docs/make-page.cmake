@@ -27,8 +27,10 @@ function(read_manual name section)
   set(${name} "${html}" PARENT_SCOPE)
 endfunction()
 
+# A picture that README shows too has a style of its own. Here style.css says the same.
 function(read_part name file)
   file(READ ${CMAKE_CURRENT_LIST_DIR}/${file} text)
+  string(REGEX REPLACE "<style>.*</style>\n" "" text "${text}")
   set(${name} "${text}" PARENT_SCOPE)
 endfunction()
 
