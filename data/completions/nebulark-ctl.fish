@@ -1,6 +1,6 @@
 # Completion of nebulark-ctl's command line in fish.
 
-# Whether this many words stand before the one at the cursor, nebulark-ctl
+# Whether this many words come before the one at the cursor, nebulark-ctl
 # included.
 function __nebulark_ctl_words_are --argument-names count
     test (count (commandline --tokenize --cut-at-cursor --current-process)) -eq $count
@@ -11,8 +11,8 @@ function __nebulark_ctl_command_is --argument-names command
     test "$words[2]" = $command
 end
 
-# Offers a name, unless the command line assigns it already; behind the name
-# and its equals sign, its values.
+# Offers a name, unless the command line assigns it already; after the name and
+# its equals sign, its values.
 function __nebulark_ctl_assignment --argument-names name description
     if string match --quiet --ignore-case -- "$name=*" (commandline --current-token --cut-at-cursor)
         printf '%s\n' $name=$argv[3..]
@@ -26,7 +26,7 @@ complete --command nebulark-ctl --no-files
 complete --command nebulark-ctl --condition '__nebulark_ctl_words_are 1' \
     --arguments --prefs --description 'Show the rendering preferences'
 complete --command nebulark-ctl --condition '__nebulark_ctl_words_are 1' \
-    --arguments --set --description 'Change them'
+    --arguments --set --description 'Change preferences'
 complete --command nebulark-ctl --condition '__nebulark_ctl_words_are 1' \
     --arguments --clear-thumb-cache --description 'Delete cached thumbnails of astronomical files'
 complete --command nebulark-ctl --condition '__nebulark_ctl_words_are 1' \
@@ -35,7 +35,7 @@ complete --command nebulark-ctl --condition '__nebulark_ctl_words_are 1' \
     --arguments --help --description 'Print a summary'
 
 complete --command nebulark-ctl --condition '__nebulark_ctl_words_are 2; and __nebulark_ctl_command_is --clear-thumb-cache' \
-    --arguments --all --description 'Those of all other files as well'
+    --arguments --all --description 'Delete the thumbnails of all other files too'
 
 complete --command nebulark-ctl --condition '__nebulark_ctl_command_is --set' --keep-order --arguments "
     (__nebulark_ctl_assignment autostretch 'Stretch faint pictures' on off)

@@ -1,5 +1,5 @@
-"""What bash, zsh and fish offer when a nebulark-ctl command line is completed: these shells themselves, with the
-completions where an installation would have them, and the tool's own words to compare with."""
+"""What bash, zsh and fish offer when a nebulark-ctl command line is completed, compared with the tool's own words: the
+shells themselves, with the completions where an installation puts them."""
 
 import shutil
 import subprocess
@@ -10,56 +10,55 @@ import pytest
 from machine import PROJECT
 from vocabulary import commands, preferences
 
-COMPLETIONS = PROJECT / "data/completions"
-
 TAB = "\t"
 BACK = "\x02"  # one character to the left
-SHOW = "\x18\x10"  # in the shells set up below: shows the line, and empties it
+SHOW = "\x18\x10"  # in the shells below: shows the line, and empties it
 READY = "The shell is ready."
 
-SET_UP = {
-    # Readline itself inserts all that it would offer.
-    "bash": (
-        ["/usr/bin/bash", "--noprofile", "--norc", "-i"],
-        "\x1b*",
-        r"""
-        . /usr/share/bash-completion/bash_completion
-        show() { printf '\n<<%s>>\n' "$READLINE_LINE"; READLINE_LINE= READLINE_POINT=0; }
-        bind -x '"\C-x\C-p": show'
-        """,
-    ),
-    "zsh": (
-        ["/usr/bin/zsh", "-f", "-i"],
-        "\x18a",
-        r"""
-        autoload -Uz compinit && compinit -u -D
-        show() { print; print -r -- "<<$BUFFER>>"; BUFFER= }
-        zle -N show
-        bindkey '^X^P' show
-        zle -C all complete-word _generic
-        zstyle ':completion:all:*' completer _all_matches _complete
-        zstyle ':completion:all:*' insert true
-        bindkey '^Xa' all
-        """,
-    ),
+INSTALLED = {
+    "nebulark-ctl": "bash-completion/completions",
+    "_nebulark-ctl": "zsh/site-functions",
+    "nebulark-ctl.fish": "fish/vendor_completions.d",
 }
-SET_UP["bash, = breaking no words"] = (*SET_UP["bash"][:2], SET_UP["bash"][2] + "COMP_WORDBREAKS=${COMP_WORDBREAKS//=}")
+
+BASH = ["/usr/bin/bash", "--noprofile", "--norc", "-i"]
+START_BASH = r"""
+. /usr/share/bash-completion/bash_completion
+show() { printf '\n<<%s>>\n' "$READLINE_LINE"; READLINE_LINE= READLINE_POINT=0; }
+bind -x '"\C-x\C-p": show'
+"""
+START_ZSH = r"""
+autoload -Uz compinit && compinit -u -D
+show() { print; print -r -- "<<$BUFFER>>"; BUFFER= }
+zle -N show
+bindkey '^X^P' show
+zle -C all complete-word _generic
+zstyle ':completion:all:*' completer _all_matches _complete
+zstyle ':completion:all:*' insert true
+bindkey '^Xa' all
+"""
+# Of each shell its command, what sets it up, and the keys that insert all that it would offer.
+EDITORS = {
+    "bash": (BASH, START_BASH, "\x1b*"),
+    "bash, = breaking no words": (BASH, START_BASH + "COMP_WORDBREAKS=${COMP_WORDBREAKS//=}", "\x1b*"),
+    "zsh": (["/usr/bin/zsh", "-f", "-i"], START_ZSH, "\x18a"),
+}
 
 
 class Editor:
     """A shell at a terminal that is too wide for any line to wrap."""
 
-    def __init__(self, shell: str, env: dict[str, str]):
-        command, self.insert_all, set_up = SET_UP[shell]
+    def __init__(self, name: str, env: dict[str, str]):
+        command, start, self.insert_all = EDITORS[name]
         self.terminal = pexpect.spawn(
             command[0], command[1:], env=env, cwd=env["HOME"], dimensions=(24, 2000), encoding="utf-8", timeout=60
         )
-        said = f"{READY[:3]}''{READY[3:]}"  # what is typed is shown too, and must not be mistaken for it
-        self.terminal.sendline("; ".join([*set_up.strip().splitlines(), f"echo '{said}'"]))
+        said = f"{READY[:3]}''{READY[3:]}"  # the terminal shows what is typed too, which must not look the same
+        self.terminal.sendline("; ".join([*start.strip().splitlines(), f"echo '{said}'"]))
         self.terminal.expect_exact(READY)
 
     def line(self, keys: str) -> str:
-        """The command line when these keys have been pressed."""
+        """The command line after these keys."""
         self.terminal.send(keys + SHOW)
         self.terminal.expect("<<(.*)>>")
         return self.terminal.match[1]
@@ -84,62 +83,48 @@ class Fish:
 
 @pytest.fixture(scope="module")
 def environment(tmp_path_factory) -> dict[str, str]:
-    """A home, the two commands, and a /usr/share with the completions besides the real one."""
+    """A home, two commands, and the completions in a directory besides the real /usr/share."""
     root = tmp_path_factory.mktemp("completions")
-    installed = {
-        "nebulark-ctl": "share/bash-completion/completions",
-        "_nebulark-ctl": "share/zsh/site-functions",
-        "nebulark-ctl.fish": "share/fish/vendor_completions.d",
-    }
-    for file, place in installed.items():
+    for file, place in INSTALLED.items():
         (root / place).mkdir(parents=True)
-        shutil.copy(COMPLETIONS / file, root / place)
+        shutil.copy(PROJECT / "data/completions" / file, root / place)
     (root / "home").mkdir()
-    (root / "home/x").touch()  # a file, which is never what is wanted
+    (root / "home/x").touch()  # a file, which must not be offered
     for command in ("nebulark-ctl", "sudo"):  # fish completes only what it could run; nothing is run
         (root / command).touch(mode=0o755)
+    zsh_functions = subprocess.check_output(["/usr/bin/zsh", "-fc", "print -n $FPATH"], text=True)
     return {
         "HOME": str(root / "home"),
         "PATH": f"{root}:/usr/bin:/bin",
         "LC_ALL": "C.UTF-8",
         "TERM": "dumb",
         "INPUTRC": "/dev/null",
-        "XDG_DATA_DIRS": f"{root}/share:/usr/share",
-        "FPATH": f"{root}/share/zsh/site-functions:{zsh_functions()}",
+        "XDG_DATA_DIRS": f"{root}:/usr/share",
+        "FPATH": f"{root}/zsh/site-functions:{zsh_functions}",
     }
 
 
-def zsh_functions() -> str:
-    return subprocess.run(["/usr/bin/zsh", "-fc", "print -n $FPATH"], capture_output=True, text=True, check=True).stdout
+@pytest.fixture(scope="module", params=[*EDITORS, "fish"])
+def shell(request, environment):
+    if request.param == "fish":
+        yield Fish(environment)
+        return
+    editor = Editor(request.param, environment)
+    yield editor
+    editor.terminal.close(force=True)
 
 
-def editors(*names):
-    """Gives the fixture of this name a shell that is started once for the whole module."""
-
-    @pytest.fixture(scope="module", params=names)
-    def shell(request, environment):
-        if request.param == "fish":
-            yield Fish(environment)
-            return
-        editor = Editor(request.param, environment)
-        yield editor
-        editor.terminal.close(force=True)
-
-    return shell
-
-
-shell = editors(*SET_UP, "fish")
-editor = editors(*SET_UP)
-bash = editors(*(name for name in SET_UP if name.startswith("bash")))
-
-
-def bare(words: list[str]) -> list[str]:
-    """Names without their equals sign, values without their name: what readline replaces begins behind the sign."""
-    return sorted(word.rstrip("=").rpartition("=")[2] for word in words)
+def only(*names: str):
+    """Runs a test in these shells alone."""
+    return pytest.mark.parametrize("shell", names, indirect=True)
 
 
 def check(shell, typed: str, expected):
-    assert bare(shell.offers(typed)) == sorted(expected)
+    """Names without their equals sign, values without their name, which bash does not replace. The order is the tool's,
+    where the shell lets completions choose it: fish sorts commands, and all words after sudo."""
+    offered = [word.rstrip("=").rpartition("=")[2] for word in shell.offers(typed)]
+    in_order = sorted if isinstance(shell, Fish) else list
+    assert in_order(offered) == in_order(expected)
 
 
 @pytest.mark.parametrize("typed", ["", "--"])
@@ -149,15 +134,16 @@ def test_commands_are_offered_first(shell, machine, before, typed):
 
 
 @pytest.mark.parametrize("before", ["", "sudo "])
-def test_names_are_offered_behind_set(shell, machine, before):
+def test_names_are_offered_after_set(shell, machine, before):
     check(shell, f"{before}nebulark-ctl --set ", preferences(machine))
 
 
-def test_names_that_begin_alike_are_offered_together(shell):
-    check(shell, "nebulark-ctl --set label", ["labelformat", "labelcorner"])
+@pytest.mark.parametrize("typed, names", [("label", ["labelformat", "labelcorner"]), ("cfa", ["cfa"])])
+def test_names_are_offered_that_begin_as_typed(shell, typed, names):
+    check(shell, f"nebulark-ctl --set {typed}", names)
 
 
-def test_values_are_offered_behind_each_name(shell, machine):
+def test_values_are_offered_after_each_name(shell, machine):
     for name, preference in preferences(machine).items():
         check(shell, f"nebulark-ctl --set {name}=", preference.words)
         for begun in {word[:-1] for word in preference.words}:
@@ -165,14 +151,17 @@ def test_values_are_offered_behind_each_name(shell, machine):
             check(shell, f"sudo nebulark-ctl --set {name}={begun}", fitting)
 
 
+@pytest.mark.parametrize("typed", ["cfa=mono cfa=", "CFA=", "x Cfa="])
+def test_values_are_offered_for_a_name_that_is_repeated_or_in_capitals(shell, typed):
+    check(shell, f"nebulark-ctl --set {typed}", ["auto", "color", "mono"])
+
+
 @pytest.mark.parametrize(
-    "assigned",
-    [["cfa=mono"], ["cfa=mono", "brightness=darker"], ["CFA=Mono"], ["cfa="], ["labelformat=on", "labelcorner=mid"]],
-    ids=" ".join,
+    "assigned", ["cfa=mono", "cfa=mono brightness=darker", "CFA=Mono", "cfa=", "labelformat=on labelcorner=mid"]
 )
 def test_names_are_not_offered_twice(shell, machine, assigned):
-    left = preferences(machine).keys() - {word.partition("=")[0].lower() for word in assigned}
-    check(shell, f"nebulark-ctl --set {' '.join(assigned)} ", left)
+    taken = [word.partition("=")[0].lower() for word in assigned.split()]
+    check(shell, f"nebulark-ctl --set {assigned} ", [name for name in preferences(machine) if name not in taken])
 
 
 def test_no_name_is_left_when_all_are_assigned(shell, machine):
@@ -180,17 +169,8 @@ def test_no_name_is_left_when_all_are_assigned(shell, machine):
     check(shell, f"nebulark-ctl --set {' '.join(assigned)} ", [])
 
 
-def test_a_name_that_is_typed_in_full_is_offered(shell):
-    check(shell, "nebulark-ctl --set cfa", ["cfa"])
-
-
-@pytest.mark.parametrize("typed", ["cfa=mono cfa=", "CFA=", "x Cfa="])
-def test_values_are_offered_for_a_name_that_is_typed_again_or_in_capitals(shell, typed):
-    check(shell, f"nebulark-ctl --set {typed}", ["auto", "color", "mono"])
-
-
 @pytest.mark.parametrize("typed", ["", "--"])
-def test_all_is_offered_right_behind_clearing(shell, typed):
+def test_all_is_offered_right_after_clearing(shell, typed):
     check(shell, f"nebulark-ctl --clear-thumb-cache {typed}", ["--all"])
 
 
@@ -231,16 +211,21 @@ COMPLETED = {
 }
 
 
+@only(*EDITORS)
 @pytest.mark.parametrize("keys", COMPLETED, ids=repr)
-def test_line_grows_as_it_is_typed(editor, keys):
-    assert editor.line(keys) == COMPLETED[keys]
+def test_line_grows_as_it_is_typed(shell, keys):
+    assert shell.line(keys) == COMPLETED[keys]
 
 
-def test_bash_does_not_repeat_the_sign_behind_the_cursor(bash):
-    assert bash.line("nebulark-ctl --set bri=dim" + BACK * 4 + TAB) == "nebulark-ctl --set brightness=dim"
+@only("bash", "bash, = breaking no words")
+def test_bash_does_not_repeat_a_sign_after_the_cursor(shell):
+    assert shell.line("nebulark-ctl --set bri=dim" + BACK * 4 + TAB) == "nebulark-ctl --set brightness=dim"
 
 
-def test_fish_replaces_whole_words(environment):
-    fish = Fish(environment)
-    assert fish.offers("nebulark-ctl --set b") == ["brightness="]
-    assert fish.offers("nebulark-ctl --set cfa=") == ["cfa=auto", "cfa=color", "cfa=mono"]
+@only("fish")
+def test_fish_replaces_whole_words_and_keeps_their_order(shell, machine):
+    known = preferences(machine)
+    assert shell.offers("nebulark-ctl --set ") == [f"{name}=" for name in known]
+    assert shell.offers("nebulark-ctl --set cfa=") == [f"cfa={word}" for word in known["cfa"].words]
+    assert shell.offers("nebulark-ctl --set autostretch=") == ["autostretch=on", "autostretch=off"]
+    assert shell.offers("nebulark-ctl --set labelf") == ["labelformat="]
