@@ -1,13 +1,8 @@
-"""What the manual pages and the documentation page say, held against what the tool does.
-
-The page has both manual pages in it, as mandoc writes them, so that reading it is reading all three.
-"""
+"""The manual pages and the documentation page, which has both in it, held against what the tool does."""
 
 import os
 import re
-import shutil
 import subprocess
-import textwrap
 import xml.etree.ElementTree as ElementTree
 from collections.abc import Iterator
 
@@ -16,6 +11,7 @@ import pytest
 from machine import ANN, PROJECT, TOOL
 from page import PAGE
 from texts import HINT, NOTICE, listing
+from transcripts import replay
 from vocabulary import SOURCES, Preference, commands, levels, preferences, stored_preferences, table
 
 MANUALS = sorted((PROJECT / "data/man").iterdir())
@@ -32,7 +28,7 @@ def section(page, heading: str) -> ElementTree.Element:
 
 
 def text(element: ElementTree.Element) -> str:
-    """As a reader sees it: line breaks are blanks, and what is hidden from the eye is left out."""
+    """As a reader sees it: a line break is a blank, and what is hidden is left out."""
     return " ".join("".join(pieces(element)).split())
 
 
@@ -45,7 +41,7 @@ def pieces(element) -> Iterator[str]:
 
 
 def marked(element, *markup: str) -> list[str]:
-    """The texts that are marked up as, say, "Fl", which is mandoc's for words of the command line."""
+    """The texts of these classes, such as "Fl", mandoc's for words of the command line."""
     return [text(part) for part in element.iter() if part.get("class") in markup]
 
 
@@ -55,7 +51,8 @@ def marked(element, *markup: str) -> list[str]:
 def described(page, heading: str) -> dict[str, Preference]:
     """The preferences that a section of a manual page lists."""
     found = {}
-    for term, description in zip(section(page, heading).findall("dl/dt"), section(page, heading).findall("dl/dd")):
+    listed = section(page, heading).find("dl")
+    for term, description in zip(listed.findall("dt"), listed.findall("dd")):
         name, words = text(term).split("=")
         default = re.search(r"The default is (\w+)\.", text(description))[1]
         found[name] = Preference(words.split(" | "), default)
@@ -63,13 +60,18 @@ def described(page, heading: str) -> dict[str, Preference]:
 
 
 def offered(page) -> dict[str, Preference]:
-    """Those that the guide shows."""
+    """The preferences that the guide shows."""
     found = {}
     shown = page.find(".//dl[@class='preferences']")
     for term, description in zip(shown.findall("dt"), shown.findall("dd")):
         (default,) = marked(description, "default")
         found[text(term)] = Preference([text(word) for word in description.findall("ul/li")], default)
     return found
+
+
+in_both_manuals = pytest.mark.parametrize(
+    "heading", ["nebulark-ctl.PREFERENCES", "nebulark-preferences.Names_and_words"]
+)
 
 
 def test_manual_has_all_commands(page, machine):
@@ -79,20 +81,18 @@ def test_manual_has_all_commands(page, machine):
     assert sorted(word for term in terms for word in marked(term, "Fl")) == known
 
 
-def test_manual_has_all_preferences_in_the_words_of_the_command_line(page, machine):
+def test_manual_has_all_preferences(page, machine):
+    """nebulark-ctl(1) in the words of the command line, nebulark-preferences(5) in those of the file."""
     assert list(described(page, "nebulark-ctl.PREFERENCES").items()) == list(preferences(machine).items())
-
-
-def test_manual_has_all_preferences_in_the_words_of_the_file(page, machine):
-    known = stored_preferences(machine)
-    assert list(described(page, "nebulark-preferences.Names_and_words").items()) == list(known.items())
+    stored = stored_preferences(machine)
+    assert list(described(page, "nebulark-preferences.Names_and_words").items()) == list(stored.items())
 
 
 def test_guide_has_all_preferences(page, machine):
     assert list(offered(page).items()) == list(preferences(machine).items())
 
 
-@pytest.mark.parametrize("heading", ["nebulark-ctl.PREFERENCES", "nebulark-preferences.Names_and_words"])
+@in_both_manuals
 def test_manual_has_all_spellings_of_a_switch(page, heading):
     accepted = table("prefs/text.cpp", "words_for_true") + table("prefs/text.cpp", "words_for_false")
     (paragraph,) = [p for p in section(page, heading).findall("p") if text(p).startswith("The switches")]
@@ -102,7 +102,7 @@ def test_manual_has_all_spellings_of_a_switch(page, heading):
     assert documented == {"autostretch", "labelformat", *accepted}
 
 
-@pytest.mark.parametrize("heading", ["nebulark-ctl.PREFERENCES", "nebulark-preferences.Names_and_words"])
+@in_both_manuals
 def test_manual_has_the_levels_of_brightness(page, machine, heading):
     assert re.findall(r"0\.\d+", text(section(page, heading))) == list(levels(machine).values())
 
@@ -159,7 +159,7 @@ def test_page_is_of_the_tools_version(page, machine):
 
 
 def pattern(term) -> str:
-    """Of the messages that a term stands for."""
+    """The messages that a term stands for."""
     words = text(term)
     for variable in marked(term, "Ar"):
         words = words.replace(f" {variable}", " .+", 1)
@@ -167,67 +167,35 @@ def pattern(term) -> str:
 
 
 def test_manual_has_all_error_messages(page, machine):
-    def message(*words: str) -> str:
-        return machine.run(*words, user="ann").err.decode().split("\n")[0]
+    def messages(*commands: str) -> list[str]:
+        runs = [machine.run(*command.split(), user="ann") for command in commands]
+        return [run.err.decode().split("\n")[0] for run in runs]
 
-    messages = [
-        message("--unknown"),
-        message("--set"),
-        message("--set", "cfa"),
-        message("--set", "foo=bar"),
-        message("--set", "cfa=colour"),
-        message("--set", "cfa=mono"),
-    ]
+    said = messages("--unknown", "--set", "--set cfa", "--set foo=bar", "--set cfa=colour", "--set cfa=mono")
     os.chown(machine.prefs.parent, ANN, ANN)
     machine.prefs_tmp.mkdir()
-    messages += [message("--set", "cfa=mono"), message("--clear-thumb-cache")]
+    said += messages("--set cfa=mono", "--clear-thumb-cache")
 
     terms = section(page, "nebulark-ctl.DIAGNOSTICS").findall("dl/dt")
-    for term, said in zip(terms, messages, strict=True):
-        assert re.fullmatch(pattern(term), said)
+    for term, message in zip(terms, said, strict=True):
+        assert re.fullmatch(pattern(term), message)
 
 
 # Transcripts
 
 
-SPEAKERS = {"$": "ann", "#": "root"}
-DIALOGUE = re.compile(r"^([$#]) ([a-z].*)\n((?:(?![$#] [a-z]).*\n)*)", re.MULTILINE)
+def shown(page, part: str) -> list[str]:
+    return ["".join(pre.itertext()) for pre in page.iterfind(f".//*[@id='{part}']//pre")]
 
 
-def in_page(part: str):
-    return lambda page: ["".join(pre.itertext()) for pre in page.iterfind(f".//*[@id='{part}']//pre")]
-
-
-def in_readme(_page) -> list[str]:
-    indented = re.findall(r"(?:^    .*\n|^\n(?=    ))+", (PROJECT / "README.md").read_text(), re.MULTILINE)
-    return [block for block in map(textwrap.dedent, indented) if re.match(r"\n*[$#] nebulark-ctl ", block)]
-
-
-@pytest.mark.parametrize(
-    "transcripts", [in_page("guide"), in_page("manual"), in_readme], ids=["guide", "manual", "README"]
-)
+@pytest.mark.parametrize("part", ["guide", "manual"])
 @pytest.mark.usefixtures("polkit")
-def test_transcripts_are_what_the_tool_does(page, machine, transcripts):
-    """One after the other, on a machine with the cache of the samples."""
-    shutil.copytree(PROJECT / "tests/samples/thumbnails", machine.ann / ".cache/thumbnails")
-    for path in machine.ann.rglob("*"):
-        os.chown(path, ANN, ANN)
-
-    told = [entry for transcript in transcripts(page) for entry in DIALOGUE.findall(transcript.strip("\n") + "\n")]
-    assert len(told) > 4
-    for prompt, command, answer in told:
-        run = machine.run(
-            command,
-            user=SPEAKERS[prompt],
-            tool=["sh", "-c"],
-            env={"HOME": "/home/ann", "PATH": "/usr/bin:/bin"},
-            script='cd /home/ann && exec "$@" 2>&1',
-        )
-        assert run.out.decode() == answer, command
+def test_transcripts_are_what_the_tool_does(page, machine, part):
+    replay(machine, shown(page, part))
 
 
 def test_rule_lets_its_group_change_the_preferences(page, desk):
-    (rule,) = [pre for pre in in_page("manual")(page) if "polkit" in pre]
+    (rule,) = [text for text in shown(page, "manual") if "polkit" in text]
     (desk.rules / "10-nebulark.rules").write_text(rule)
     with open(desk.etc / "group", "a") as group:
         group.write("observers:x:1002:ann\n")
@@ -239,7 +207,7 @@ def test_rule_lets_its_group_change_the_preferences(page, desk):
 
 
 def test_page_is_whole_in_itself(page):
-    """It loads nothing, runs nothing, and its links lead to places of its own."""
+    """It loads nothing, runs nothing, and its links stay inside it."""
     ids = [part.get("id") for part in page.iter() if part.get("id")]
     assert len(ids) == len(set(ids))
     links = [part.get("href") for part in page.iter() if part.get("href")]
@@ -252,7 +220,7 @@ def test_page_is_whole_in_itself(page):
     assert [reference for reference in references if reference.removeprefix("#") not in ids] == []
 
 
-def test_pictures_have_a_title_and_a_text_for_those_who_cannot_see_them(page):
+def test_pictures_have_a_title_and_a_description(page):
     pictures = page.findall(f".//figure/{SVG}svg")
     assert len(pictures) == 5
     for picture in pictures:
@@ -263,7 +231,7 @@ def test_pictures_have_a_title_and_a_text_for_those_who_cannot_see_them(page):
 
 @pytest.mark.parametrize("manual", MANUALS, ids=lambda manual: manual.name)
 def test_mandoc_has_no_complaint(manual):
-    # Whether the pages referred to are there is the machine's affair.
+    # Which other pages are installed depends on the machine.
     command = ["mandoc", "-T", "lint", "-W", "all", manual.name]
     done = subprocess.run(command, cwd=manual.parent, stdout=subprocess.PIPE, text=True, timeout=60)
     assert [line for line in done.stdout.splitlines() if "referenced manual not found" not in line] == []

@@ -1,0 +1,72 @@
+"""README and the other Markdown files, held against the tool and the repository."""
+
+import re
+import textwrap
+
+import pytest
+
+from machine import PROJECT
+from texts import CANNOT_WRITE, COULD_NOT_WRITE
+from transcripts import replay
+from vocabulary import Preference, preferences
+
+PAPERS = sorted([*PROJECT.glob("*.md"), *PROJECT.glob("*/*.md")])
+TEXTS = {str(paper.relative_to(PROJECT)): paper.read_text() for paper in PAPERS}
+README = TEXTS["README.md"]
+
+every_paper = pytest.mark.parametrize("paper", PAPERS, ids=TEXTS)
+
+
+def transcripts(text: str) -> list[str]:
+    blocks = re.findall(r"(?:^    .*\n|^\n(?=    ))+", text, re.MULTILINE)
+    return [block for block in map(textwrap.dedent, blocks) if re.match(r"\n*[$#] nebulark-ctl ", block)]
+
+
+@pytest.mark.parametrize("paper", [name for name, text in TEXTS.items() if transcripts(text)])
+@pytest.mark.usefixtures("polkit")
+def test_transcripts_are_what_the_tool_does(machine, paper):
+    replay(machine, transcripts(TEXTS[paper]))
+
+
+def test_readme_has_all_preferences(machine):
+    rows = re.findall(r"^\| `(\w+)` +\| (.+?) +\| `(\w+)`", README, re.MULTILINE)
+    found = [(name, Preference(re.findall(r"`(\w+)`", words), default)) for name, words, default in rows]
+    assert found == list(preferences(machine).items())
+
+
+def test_readme_quotes_messages_as_they_are_printed():
+    nothing = "Nothing to remove: there were no cached Nebulark thumbnails"
+    printed = [CANNOT_WRITE.decode(), "No session for cookie", COULD_NOT_WRITE.decode(), nothing]
+    quoted = re.findall(r"^\*\*`(.+?)`", README, re.MULTILINE)
+    assert [message for message, said in zip(quoted, printed, strict=True) if message not in said] == []
+
+
+def anchors(text: str) -> set[str]:
+    """Of the headings in a Markdown file, as GitHub and GitLab make them."""
+    headings = re.findall(r"^#+ (.+)$", text, re.MULTILINE)
+    return {re.sub(r"[^\w -]", "", heading).lower().replace(" ", "-") for heading in headings}
+
+
+@every_paper
+def test_links_lead_somewhere(paper):
+    links = re.findall(r'\]\(([^)\s]+)\)|(?:src|href)="([^"]+)"', paper.read_text())
+    for link in map("".join, links):
+        path, _, anchor = link.partition("#")
+        target = paper.parent / path if path else paper
+        assert target.is_file(), link
+        assert not anchor or anchor in anchors(target.read_text()), link
+
+
+@pytest.mark.parametrize("picture", re.findall(r'src="(.+?\.svg)"', README))
+def test_picture_looks_as_it_does_on_the_page(picture):
+    """Its style has the page's rules and colours, light ones first."""
+    style = re.search(r"<style>\n(.*)</style>", (PROJECT / picture).read_text(), re.DOTALL)[1]
+    page = (PROJECT / "docs/style.css").read_text()
+    root = ":root { background: var(--paper); }"
+    rules = [line for line in style.splitlines() if re.match(r"[.:\w]+ {", line) and "--paper:" not in line]
+    assert [rule for rule in rules if rule not in [*page.splitlines(), root]] == []
+    colour = re.compile(r"(--\w+): (#\w+);")
+    light, dark = (dict(colour.findall(block)) for block in page.split("@media (prefers-color-scheme: dark)", 1))
+    own_light, own_dark = (colour.findall(block) for block in style.split("@media"))
+    assert own_light == [(name, light[name]) for name, _ in own_light]
+    assert own_dark == [(name, dark[name]) for name, _ in own_light]
