@@ -34,6 +34,11 @@ def test_readme_has_all_preferences(machine):
     assert found == list(preferences(machine).items())
 
 
+def test_readme_has_the_version(machine):
+    version = machine.run("--version").out.decode().split()[1]
+    assert {*re.findall(r"nebulark-ctl-(\d+\.\d+\.\d+)", README)} == {version}
+
+
 def test_readme_quotes_messages_as_they_are_printed():
     nothing = "Nothing to remove: there were no cached Nebulark thumbnails"
     printed = [CANNOT_WRITE.decode(), "No session for cookie", COULD_NOT_WRITE.decode(), nothing]
