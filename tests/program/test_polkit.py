@@ -5,6 +5,7 @@ ones, with users, passwords and rules of the machine's own.
 """
 
 import os
+import re
 import shutil
 import subprocess
 
@@ -33,6 +34,10 @@ def general_questions(*command):
 RIGHT = PASSWORD + "\n"
 COMPLETE = b"\n==== AUTHENTICATION COMPLETE ====\n"
 FAILED = b"\npolkit-agent-helper-1: pam_authenticate failed: Authentication failure\n==== AUTHENTICATION FAILED ====\n"
+NO_SESSION = (
+    b"\npolkit-agent-helper-1: error response to PolicyKit daemon: "
+    b"GDBus.Error:org.freedesktop.PolicyKit1.Error.Failed: No session for cookie\n==== AUTHENTICATION FAILED ====\n"
+)
 NOT_AUTHORIZED = b"Error executing command as another user: Not authorized\n\nThis incident has been reported.\n"
 MONO = listing(cfa="mono")
 INTERRUPTED = 128 + 2  # as sh gives it for a command that ended by SIGINT
@@ -96,6 +101,25 @@ def test_without_it_nothing_is_written(desk, typed, status, said):
     assert desk.run(TOOL, *SET_MONO, keys=[typed]) == (status, NOTICE + question() + said)
     assert desk.prefs.read_text() == "labelformat=on\n"
     assert os.listdir(desk.prefs.parent) == [desk.prefs.name]
+
+
+# Where the tool itself has no agent, as over ssh, pkexec asks the question. What becomes of the right password then
+# depends on polkit's version: Debian 12 has 122, Debian 13 has 126.
+WITHOUT_AGENT = {
+    122: (1, NOTICE + question() + NO_SESSION + NOT_AUTHORIZED + CANNOT_WRITE),
+    126: (0, NOTICE + question() + COMPLETE + MONO + HINT + MONO),
+}
+NO_AGENT_FOR_THE_TOOL = {"no agent": 'exec "$@"', "an agent that serves only the shell": RUN_THE_COMMAND}
+
+
+@pytest.mark.parametrize("shell", NO_AGENT_FOR_THE_TOOL.values(), ids=NO_AGENT_FOR_THE_TOOL.keys())
+def test_without_an_agent_polkit_122_loses_the_right_password_and_126_takes_it(desk, shell):
+    version = subprocess.run(["pkexec", "--version"], stdout=subprocess.PIPE, text=True, check=True).stdout
+    known = int(re.search(r"\d+", version)[0])
+    if known not in WITHOUT_AGENT:
+        pytest.skip(f"nobody has tried polkit {known} here")
+    assert desk.run(TOOL, *SET_MONO, keys=[RIGHT], shell=shell) == WITHOUT_AGENT[known]
+    assert desk.prefs.exists() == (known == 126)
 
 
 def test_where_nobody_can_be_asked_nothing_is_written(desk):
