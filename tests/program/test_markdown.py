@@ -71,7 +71,7 @@ def test_picture_looks_as_it_does_on_the_page(picture):
     rules = [line for line in style.splitlines() if re.match(r"[.:\w]+ {", line) and "--paper:" not in line]
     assert [rule for rule in rules if rule not in [*page.splitlines(), root]] == []
     colour = re.compile(r"(--\w+): (#\w+);")
-    light, dark = (dict(colour.findall(block)) for block in page.split("@media (prefers-color-scheme: dark)", 1))
+    light, dark = (dict(colour.findall(block)) for block in page.split("(prefers-color-scheme: dark)", 1))
     own_light, own_dark = (colour.findall(block) for block in style.split("@media"))
     assert own_light == [(name, light[name]) for name, _ in own_light]
     assert own_dark == [(name, dark[name]) for name, _ in own_light]
