@@ -1,0 +1,142 @@
+"""What nebulark-preferences(5) gives to administrators of many machines, run as it stands there."""
+
+import os
+import re
+import shutil
+import textwrap
+import xml.etree.ElementTree as ElementTree
+from pathlib import Path
+
+import pytest
+
+from machine import ANN, PROJECT
+from page import MANUALS
+from texts import stored
+
+BOB = 1001
+
+
+@pytest.fixture(scope="module")
+def shown(built_page) -> list[str]:
+    """All that the manual page shows to be copied."""
+    root = ElementTree.parse(f"{MANUALS[1]}.html").getroot()
+    return ["".join(pre.itertext()) for pre in root.iter("pre")]
+
+
+def the_one(shown: list[str], word: str) -> str:
+    (text,) = [text for text in shown if word in text]
+    return text
+
+
+# Ansible
+
+
+# What is in the file after each of the two ways, where brightness=brighter was in it before.
+KEPT = {
+    "ansible.builtin.copy": stored(brightness="darker", labelformat="on", labelcorner="topleft"),
+    "ansible.builtin.command": stored(brightness="darker", cfa="mono"),
+}
+
+
+@pytest.fixture(params=KEPT)
+def way(request) -> str:
+    return request.param
+
+
+@pytest.fixture
+def play(machine, shown, way):
+    """Runs the tasks of this way and gives how many of them changed something, by Ansible's last line."""
+    playbook = machine.home / "playbook.yml"
+    head = "- hosts: localhost\n  gather_facts: false\n  tasks:\n"
+    playbook.write_text(head + textwrap.indent(the_one(shown, way) + "\n", "    "))
+
+    def run(*options: str) -> int:
+        command = ["ansible-playbook", "--connection=local", "--inventory=localhost,", *options, "/home/playbook.yml"]
+        env = {"PATH": "/usr/bin:/bin", "HOME": "/home", "LC_ALL": "C.UTF-8", "ANSIBLE_NOCOLOR": "1"}
+        done = machine.run(*command, tool=[], env=env)
+        assert done.status == 0, done
+        return int(re.search(rb"^localhost .* changed=(\d+) ", done.out, re.MULTILINE)[1])
+
+    return run
+
+
+def test_ansible_changes_once_what_differs(machine, play, way):
+    machine.prefs.write_bytes(stored(brightness="brighter"))
+    assert play() == 1
+    assert machine.prefs.read_bytes() == KEPT[way]
+    written = machine.prefs.stat()
+    assert (written.st_uid, written.st_gid, written.st_mode) == (0, 0, 0o100644)
+    assert play() == 0
+    assert machine.prefs.stat() == written
+    assert os.listdir(machine.prefs.parent) == [machine.prefs.name]
+
+
+def test_ansible_announces_a_change_in_check_mode_and_does_not_make_it(machine, play, way):
+    machine.prefs.write_bytes(stored(brightness="brighter"))
+    assert play("--check") == 1
+    assert machine.prefs.read_bytes() == stored(brightness="brighter")
+    machine.prefs.write_bytes(KEPT[way])
+    assert play("--check") == 0
+
+
+def test_ansible_makes_the_first_file(machine, play, way):
+    assert play("--check") == 1
+    assert os.listdir(machine.prefs.parent) == []
+    assert play() == 1
+    assert machine.prefs.read_bytes() == KEPT[way]
+
+
+# Every user's cache
+
+
+USERS = {"root": 0, "daemon": 2, "ann": ANN, "bob": BOB, "nobody": 65534}
+ORDINARY = ["ann", "bob"]
+SAMPLE = PROJECT / "tests/samples/thumbnails/normal/bb2774bdd1a0e15a4e664cbee7f60a2d.png"
+
+
+@pytest.fixture
+def caches(machine) -> dict[str, Path]:
+    """One thumbnail of an astronomical file in the cache of each user."""
+    passwd = machine.home / "passwd"
+    passwd.write_text("".join(f"{name}:x:{uid}:{uid}::/home/{name}:/bin/sh\n" for name, uid in USERS.items()))
+    thumbnails = {}
+    for name, uid in USERS.items():
+        home = machine.home / name
+        thumbnails[name] = home / ".cache/thumbnails/normal" / SAMPLE.name
+        thumbnails[name].parent.mkdir(parents=True)
+        shutil.copy(SAMPLE, thumbnails[name])
+        for path in [home, *home.rglob("*")]:
+            os.chown(path, uid, uid)
+    return thumbnails
+
+
+@pytest.fixture
+def as_root(machine):
+    """Runs a text by sh on a machine with these users, as a root whose environment names its cache."""
+    users = 'mount -t tmpfs tmpfs /run; mount --bind /home/passwd /etc/passwd; exec "$@"'
+
+    def run(text: str) -> str:
+        env = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "HOME": "/home/root", "XDG_CACHE_HOME": "/home/root/.cache"}
+        done = machine.run(text, tool=["sh", "-euc"], env=env, script=users)
+        assert (done.status, done.err) == (0, b""), done
+        return done.out.decode()
+
+    return run
+
+
+def left(caches) -> list[str]:
+    return [name for name, thumbnail in caches.items() if thumbnail.exists()]
+
+
+def test_caches_of_all_ordinary_users_are_cleared(caches, as_root, shown):
+    cleared = (
+        "Removed 1 Nebulark thumbnail. Left 0 belonging to other applications.\n"
+        "Close and reopen your file manager to see them redrawn.\n"
+    )
+    assert as_root(the_one(shown, "runuser")) == cleared * len(ORDINARY)
+    assert left(caches) == [name for name in USERS if name not in ORDINARY]
+
+
+def test_runuser_u_would_clear_roots_cache(caches, as_root):
+    as_root("chmod -R a+rwX /home/root; runuser -u ann -- nebulark-ctl --clear-thumb-cache")
+    assert left(caches) == [name for name in USERS if name != "root"]
