@@ -10,6 +10,7 @@ import pytest
 
 from machine import ANN, TOOL
 from page import MANUALS, PAGE
+from test_polkit import NO_SESSION, NOT_AUTHORIZED
 from texts import HINT, NOTICE, listing
 from transcripts import replay
 from vocabulary import SOURCES, Preference, commands, levels, preferences, stored_preferences, table
@@ -186,6 +187,12 @@ def test_manual_has_all_error_messages(page, machine):
     terms = section(page, "nebulark-ctl.DIAGNOSTICS").findall("dl/dt")
     for term, message in zip(terms, said, strict=True):
         assert re.fullmatch(pattern(term), message)
+
+
+def test_manual_quotes_what_polkit_says_when_it_refuses_the_right_password(page):
+    quoted = section(page, "nebulark-ctl.When_pkexec_refuses_the_right_password").find(".//pre")
+    said = NO_SESSION + NOT_AUTHORIZED.partition(b"\n")[0]
+    assert text(quoted) == " ".join(said.decode().split())
 
 
 # Transcripts
