@@ -1,5 +1,4 @@
-// Every record of preferences, and the words of its values, written out anew: what the tables of the tool are held
-// against.
+// Every record of preferences and the words of its values, written out again to hold the tool's own table against.
 
 #pragma once
 
@@ -26,6 +25,16 @@ struct Spelling {
   std::string_view word;
 };
 
+inline constexpr std::array<Spelling<bool>, 8> switch_spellings{{
+    {true, "1"},
+    {true, "true"},
+    {true, "yes"},
+    {true, "on"},
+    {false, "0"},
+    {false, "false"},
+    {false, "no"},
+    {false, "off"},
+}};
 inline constexpr std::array<Spelling<Brightness>, 3> brightness_spellings{{
     {Brightness::Darker, "darker"},
     {Brightness::Standard, "standard"},
@@ -43,7 +52,7 @@ inline constexpr std::array<Spelling<LabelCorner>, 4> label_corner_spellings{{
     {LabelCorner::BottomRight, "bottomright"},
 }};
 
-// A value and its words, those of the two switches aside: they are spelled in more than one way.
+// A record and the words of its values, without the switches: a switch has several words.
 struct Record {
   Preferences preferences;
   std::string_view brightness;
@@ -65,7 +74,7 @@ inline std::vector<Record> all_records() {
   return records;
 }
 
-// Values that are spelled as the default: outside each enumeration, except that 3 is the default corner itself.
+// Values spelled as the default: outside each enumeration, except that 3 is the default corner itself.
 inline constexpr std::array<std::int32_t, 9> stray_values{
     std::numeric_limits<std::int32_t>::min(), -256, -1, 3, 4, 7, 256, 65536, std::numeric_limits<std::int32_t>::max()};
 
