@@ -8,9 +8,9 @@
 
 #include <fcntl.h>
 
-#include "plain_reader.h"
 #include "targets.h"
 #include "thumbcache/ownership.h"
+#include "thumbcache/plain_reader.h"
 #include "thumbcache/png.h"
 
 namespace nebulark {

@@ -11,8 +11,8 @@
 #include <unistd.h>
 
 #include "base/handles.h"
-#include "plain_reader.h"
 #include "targets.h"
+#include "thumbcache/plain_reader.h"
 #include "thumbcache/thumbnail_tags.h"
 
 namespace {

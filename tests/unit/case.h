@@ -1,4 +1,4 @@
-// A row of a table of tests.
+// A row of a table of tests, for inputs that need a name.
 
 #pragma once
 
@@ -9,23 +9,14 @@
 
 namespace nebulark {
 
-// What goes in, what comes out, and a name in CamelCase for what the row is about. It is the test's name:
+// The name is the test's, in CamelCase:
 //
 //     INSTANTIATE_TEST_SUITE_P(, Suite, testing::ValuesIn(rows), case_name);
-template <typename Given, typename Expected = void>
+template <typename Given, typename Expected>
 struct Case {
   const char* name;
   Given given;
   Expected expected;
-
-  friend void PrintTo(const Case& row, std::ostream* out) { *out << row.name; }
-};
-
-// For tables whose rows all come to the same.
-template <typename Given>
-struct Case<Given, void> {
-  const char* name;
-  Given given;
 
   friend void PrintTo(const Case& row, std::ostream* out) { *out << row.name; }
 };

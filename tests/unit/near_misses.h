@@ -1,4 +1,4 @@
-// Texts that are almost a word.
+// Texts that are nearly a word.
 
 #pragma once
 
@@ -8,8 +8,7 @@
 
 namespace nebulark {
 
-// The word twice, the word with one byte more at any place (a line feed among them: it looks like a blank), and with
-// one byte missing or another at any place.
+// The word twice; and with one byte more (a line feed too: it looks like a blank), less, or changed, at every place.
 inline std::vector<std::string> near_misses(std::string_view word) {
   std::vector<std::string> texts{std::string(word) + std::string(word)};
   for (std::size_t place = 0; place <= word.size(); ++place) {

@@ -13,29 +13,7 @@ bool is_open(int descriptor) { return ::fcntl(descriptor, F_GETFD) != -1; }
 
 Descriptor open_null() { return Descriptor(::open("/dev/null", O_RDONLY)); }
 
-TEST(FileHandle, ClosesItsFileOnLeavingItsScope) {
-  int descriptor = -1;
-  {
-    const FileHandle file(std::fopen("/dev/null", "r"));
-    ASSERT_TRUE(file);
-    descriptor = ::fileno(file.get());
-    EXPECT_TRUE(is_open(descriptor));
-  }
-  EXPECT_FALSE(is_open(descriptor));
-}
-
-TEST(DirectoryHandle, ClosesItsDirectoryOnLeavingItsScope) {
-  int descriptor = -1;
-  {
-    const DirectoryHandle directory(::opendir("/"));
-    ASSERT_TRUE(directory);
-    descriptor = ::dirfd(directory.get());
-    EXPECT_TRUE(is_open(descriptor));
-  }
-  EXPECT_FALSE(is_open(descriptor));
-}
-
-TEST(Descriptor, IsClosedOnLeavingItsScope) {
+TEST(Descriptor, ClosesAtTheEndOfItsScope) {
   std::optional<Descriptor> descriptor(open_null());
   const int number = descriptor->get();
   EXPECT_TRUE(*descriptor);
@@ -44,9 +22,9 @@ TEST(Descriptor, IsClosedOnLeavingItsScope) {
   EXPECT_FALSE(is_open(number));
 }
 
-TEST(Descriptor, IsNoneWhereOpeningFailed) { EXPECT_FALSE(Descriptor(::open("/dev/null/absent", O_RDONLY))); }
+TEST(Descriptor, IsNoneWhereOpeningFails) { EXPECT_FALSE(Descriptor(::open("/dev/null/absent", O_RDONLY))); }
 
-TEST(Descriptor, IsClosedByTheLastOwnerItIsMovedTo) {
+TEST(Descriptor, BelongsToTheOwnerItIsMovedTo) {
   Descriptor first = open_null();
   const int number = first.get();
   {
@@ -57,7 +35,7 @@ TEST(Descriptor, IsClosedByTheLastOwnerItIsMovedTo) {
   EXPECT_FALSE(is_open(number));
 }
 
-TEST(Descriptor, StaysOpenWhenItIsReleased) {
+TEST(Descriptor, StaysOpenWhenReleased) {
   int number = -1;
   {
     Descriptor descriptor = open_null();
@@ -75,20 +53,18 @@ TEST(StreamOver, OwnsTheDescriptor) {
   EXPECT_FALSE(is_open(number));
 }
 
-TEST(StreamOver, ClosesADescriptorThatCannotBeAStream) {
-  Descriptor descriptor = open_null();
-  const int number = descriptor.get();
-  EXPECT_FALSE(stream_over(std::move(descriptor), "w")); // open for reading only
-  EXPECT_FALSE(is_open(number));
-}
-
-TEST(StreamOver, IsAbsentWithoutADescriptor) { EXPECT_FALSE(stream_over(Descriptor(-1), "r")); }
-
 TEST(DirectoryOver, OwnsTheDescriptor) {
   DirectoryHandle directory = directory_over(Descriptor(::open("/", O_RDONLY | O_DIRECTORY)));
   ASSERT_TRUE(directory);
   const int number = ::dirfd(directory.get());
   directory.reset();
+  EXPECT_FALSE(is_open(number));
+}
+
+TEST(StreamOver, ClosesADescriptorThatCannotBeAStream) {
+  Descriptor descriptor = open_null();
+  const int number = descriptor.get();
+  EXPECT_FALSE(stream_over(std::move(descriptor), "w")); // open for reading only
   EXPECT_FALSE(is_open(number));
 }
 
@@ -98,6 +74,8 @@ TEST(DirectoryOver, ClosesADescriptorThatIsNoDirectory) {
   EXPECT_FALSE(directory_over(std::move(descriptor)));
   EXPECT_FALSE(is_open(number));
 }
+
+TEST(StreamOver, IsAbsentWithoutADescriptor) { EXPECT_FALSE(stream_over(Descriptor(-1), "r")); }
 
 TEST(DirectoryOver, IsAbsentWithoutADescriptor) { EXPECT_FALSE(directory_over(Descriptor(-1))); }
 

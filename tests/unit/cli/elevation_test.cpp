@@ -10,13 +10,13 @@
 #include <sys/wait.h>
 
 #include "base/handles.h"
-#include "thumbcache/scratch.h"
+#include "scratch.h"
 
 namespace nebulark {
 
 namespace {
 
-// A standard stream with a buffer, and with a file in place of where it led. It has no buffer afterwards.
+// Gives a standard stream a buffer and a file to write to. It goes back where it led, without a buffer.
 class Buffered {
 public:
   explicit Buffered(std::FILE* stream) : stream_(stream), before_(::dup(::fileno(stream))) {
@@ -32,7 +32,7 @@ public:
   Buffered(const Buffered&) = delete;
   Buffered& operator=(const Buffered&) = delete;
 
-  // What has left the buffer.
+  // What is in the file, not the buffer.
   [[nodiscard]] std::string written() const {
     std::array<char, 100> text;
     const ssize_t size = ::pread(file_.get(), text.data(), text.size(), 0);
@@ -46,16 +46,16 @@ private:
   std::array<char, BUFSIZ> buffer_{};
 };
 
-// A machine with a pkexec that may be executed and is no program, and without /proc; and a user who is not root.
+// A root directory without /proc whose pkexec is executable and no program, and a user who is not root.
 class ReexecWithPkexec : public testing::Test {
 protected:
   void SetUp() override {
-    if (!root.is_set) GTEST_SKIP() << "without a root directory of their own these tests might start the real pkexec";
+    if (!root.is_set) GTEST_SKIP() << "without chroot() the real pkexec might start";
     std::filesystem::permissions("/", std::filesystem::perms{0777});
     write("/usr/bin/pkexec", "no program");
     std::filesystem::permissions("/usr/bin/pkexec", std::filesystem::perms{0755});
     user.emplace();
-    if (!user->is_one) GTEST_SKIP() << "root does not elevate, and cannot become another user here";
+    if (!user->is_one) GTEST_SKIP() << "root cannot become another user here";
   }
 
   ScratchDirectory directory;
@@ -63,7 +63,7 @@ protected:
   std::optional<OrdinaryUser> user;
 };
 
-TEST_F(ReexecWithPkexec, EmptiesTheBuffersOfBothStreamsFirst) {
+TEST_F(ReexecWithPkexec, FlushesBothStreamsFirst) {
   std::array<std::string, 2> written;
   {
     const Buffered out(stdout);
@@ -84,13 +84,13 @@ void end_a_process_at_once() {
 
 off_t size_of(const Descriptor& file) { return ::lseek(file.get(), 0, SEEK_END); }
 
-int exit_handler_writes_to = -1; // a descriptor; -1 where the handler is to do nothing
+int exit_handler_writes_to = -1; // a descriptor, or none
 
-TEST_F(ReexecWithPkexec, RunsNoExitHandlerWherePkexecCannotBeStarted) {
+TEST_F(ReexecWithPkexec, RunsNoExitHandlerInAChildThatCannotStartPkexec) {
   std::filesystem::create_directories("/proc/self");
   std::filesystem::create_symlink("/usr/bin/nebulark-ctl", "/proc/self/exe");
   char byte = 0;
-  if (::readlink("/proc/self/exe", &byte, 1) == -1) GTEST_SKIP() << "qemu answers for /proc, and knows no path here";
+  if (::readlink("/proc/self/exe", &byte, 1) == -1) GTEST_SKIP() << "qemu answers for /proc and knows no path here";
   const Descriptor told(::memfd_create("told", MFD_CLOEXEC));
   ASSERT_EQ(std::atexit([] { (void)!::write(exit_handler_writes_to, "x", 1); }), 0);
 
@@ -99,7 +99,7 @@ TEST_F(ReexecWithPkexec, RunsNoExitHandlerWherePkexecCannotBeStarted) {
   const bool ends_by_exit = size_of(told) != 0;
   const int result = reexec_with_pkexec({});
   exit_handler_writes_to = -1;
-  if (ends_by_exit) GTEST_SKIP() << "in a build that counts lines _exit() is exit()";
+  if (ends_by_exit) GTEST_SKIP() << "in the coverage build _exit() is exit()";
   EXPECT_EQ(result, 127);
   EXPECT_EQ(size_of(told), 0);
 }

@@ -10,7 +10,7 @@ namespace nebulark {
 
 namespace {
 
-// Gives an environment variable another value, or none, and gives it back its own at the end.
+// Sets or unsets an environment variable, and restores it at the end.
 class Variable {
 public:
   Variable(const char* variable, const char* value) : name(variable) {
@@ -33,6 +33,8 @@ struct Environment {
   const char* home;
 };
 
+using std::string_view_literals::operator""sv;
+
 constexpr const char* unset = nullptr;
 
 class CacheLocation : public testing::TestWithParam<Case<Environment, const char*>> {};
@@ -48,39 +50,24 @@ TEST_P(CacheLocation, Is) {
 constexpr Case<Environment, const char*> locations[] = {
     {"XdgCacheHomeWhenAbsolute", {"/tmp/c", "/home/a"}, "/tmp/c"},
     {"XdgCacheHomeWithoutHome", {"/tmp/c", unset}, "/tmp/c"},
-    {"XdgCacheHomeWithItsTrailingSlash", {"/x/", "/home/a"}, "/x/"},
     {"XdgCacheHomeWhenTheRoot", {"/", "/home/a"}, "/"},
     {"XdgCacheHomeNotNormalised", {"//c/../d/./e", "/home/a"}, "//c/../d/./e"},
     {"XdgCacheHomeWithOddBytes", {"/\xFF\n %s~$HOME", "/home/a"}, "/\xFF\n %s~$HOME"},
     {"HomeWhenXdgCacheHomeIsUnset", {unset, "/home/a"}, "/home/a/.cache"},
     {"HomeWhenXdgCacheHomeIsEmpty", {"", "/home/a"}, "/home/a/.cache"},
     {"HomeWhenXdgCacheHomeIsRelative", {"cache", "/home/a"}, "/home/a/.cache"},
-    {"HomeWhenXdgCacheHomeBeginsWithADot", {"./cache", "/home/a"}, "/home/a/.cache"},
     {"HomeWhenXdgCacheHomeBeginsWithABlank", {" /cache", "/home/a"}, "/home/a/.cache"},
     {"HomeWhenXdgCacheHomeBeginsWithATilde", {"~/cache", "/home/a"}, "/home/a/.cache"},
-    {"HomeWithItsTrailingSlash", {unset, "/home/a/"}, "/home/a//.cache"},
     {"HomeWhenTheRoot", {unset, "/"}, "//.cache"},
     {"HomeWhenRelative", {unset, "home/a"}, "home/a/.cache"},
     {"HomeWhenEmpty", {unset, ""}, "/.cache"},
-    {"HomeWhenBothAreEmpty", {"", ""}, "/.cache"},
     {"NowhereWhenBothAreUnset", {unset, unset}, ""},
     {"NowhereWhenXdgCacheHomeIsRelativeAndHomeUnset", {"cache", unset}, ""},
-    {"NowhereWhenXdgCacheHomeIsEmptyAndHomeUnset", {"", unset}, ""},
 };
 INSTANTIATE_TEST_SUITE_P(, CacheLocation, testing::ValuesIn(locations), case_name);
 
-TEST(CacheLocationRead, FollowsTheEnvironmentFromCallToCall) {
-  const Variable xdg_cache_home("XDG_CACHE_HOME", "/first");
-  EXPECT_EQ(user_cache_dir(), "/first");
-  const Variable later("XDG_CACHE_HOME", "/second");
-  EXPECT_EQ(user_cache_dir(), "/second");
-}
-
 TEST(ThumbnailSizeDirs, AreClearedInThisOrder) {
-  std::string names;
-  for (const std::string_view name : thumbnail_size_dirs)
-    names.append(name).append(" ");
-  EXPECT_EQ(names, "normal large x-large xx-large fail ");
+  EXPECT_EQ(thumbnail_size_dirs, (std::array{"normal"sv, "large"sv, "x-large"sv, "xx-large"sv, "fail"sv}));
 }
 
 } // namespace

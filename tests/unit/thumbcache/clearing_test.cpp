@@ -6,8 +6,10 @@
 #include <type_traits>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "scratch.h"
 #include "thumbcache/png.h"
-#include "thumbcache/scratch.h"
 
 namespace nebulark {
 
@@ -33,7 +35,7 @@ Outcome clear(const std::string& directory, bool all) {
 
 using Names = std::vector<std::string>;
 
-// What there is below a directory, sorted.
+// Every path below a directory, sorted.
 Names names_in(const std::string& directory) {
   Names names;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory))
@@ -42,20 +44,15 @@ Names names_in(const std::string& directory) {
   return names;
 }
 
-TEST(ClearCounts, StartAtZero) {
-  testing::StaticAssertTypeEq<decltype(ClearCounts::removed), std::int32_t>();
-  testing::StaticAssertTypeEq<decltype(ClearCounts::left), std::int32_t>();
-  const ClearCounts counts;
-  EXPECT_EQ(counts.removed, 0);
-  EXPECT_EQ(counts.left, 0);
-}
+static_assert(std::is_same_v<decltype(ClearCounts::removed), std::int32_t>);
+static_assert(std::is_same_v<decltype(ClearCounts::left), std::int32_t>);
 
-// Each test has two directories, and nothing else within reach.
+// Each test has two directories and reaches nothing else.
 class ClearThumbnailTree : public testing::Test {
 protected:
   void SetUp() override {
-    ASSERT_FALSE(HasFailure()); // behind a failure, skipping does not keep the test from running
-    if (!root.is_set) GTEST_SKIP() << "without a root directory of their own these tests are too dangerous";
+    ASSERT_FALSE(HasFailure()); // after a failure, skipping does not stop the test
+    if (!root.is_set) GTEST_SKIP() << "too dangerous without chroot()";
     std::filesystem::create_directory(cache);
     std::filesystem::create_directory(elsewhere);
   }
@@ -66,7 +63,7 @@ protected:
   OwnRoot root{directory.path};
 };
 
-TEST_F(ClearThumbnailTree, DeletesNebularksFilesAlone) {
+TEST_F(ClearThumbnailTree, DeletesNebularksFilesAndWithAllEveryFile) {
   write(cache + "/1.png", ours());
   write(cache + "/2.png", theirs());
   write(cache + "/3.png", ours());
@@ -74,18 +71,12 @@ TEST_F(ClearThumbnailTree, DeletesNebularksFilesAlone) {
   write(cache + "/empty", "");
   EXPECT_EQ(clear(cache, false), (Outcome{2, 3}));
   EXPECT_EQ(names_in(cache), (Names{"2.png", "empty", "stray.txt"}));
-}
-
-TEST_F(ClearThumbnailTree, DeletesEveryFileWithAllAndLeavesNoneForOthers) {
   write(cache + "/1.png", ours());
-  write(cache + "/2.png", theirs());
-  write(cache + "/stray.txt", "no PNG");
-  write(cache + "/empty", "");
   EXPECT_EQ(clear(cache, true), (Outcome{4, 0}));
   EXPECT_EQ(names_in(cache), Names{});
 }
 
-TEST_F(ClearThumbnailTree, FindsFilesAtAnyDepthAndKeepsTheDirectories) {
+TEST_F(ClearThumbnailTree, FindsFilesAtAnyDepthAndKeepsDirectories) {
   write(cache + "/fail/nebulark/1.png", ours());
   write(cache + "/fail/others/2.png", theirs());
   write(cache + "/a/b/c/d/e/f/3.png", ours());
@@ -101,15 +92,15 @@ TEST_F(ClearThumbnailTree, FindsFilesAtAnyDepthAndKeepsTheDirectories) {
 }
 
 TEST_F(ClearThumbnailTree, TreatsEveryNameAlike) {
-  const Names odd{".hidden", "...", "..x", ".x", "a b", "new\nline", "\xFF\xFE", "%s%n", "-rf", "*", "~", "\\"};
-  for (const std::string& name : odd) {
+  for (const std::string name :
+       {".hidden", "...", "..x", ".x", "a b", "new\nline", "\xFF\xFE", "%s%n", "-rf", "*", "~", "\\"}) {
     write(cache + "/files/" + name, ours());
     write(cache + "/directories/" + name + "/1.png", ours());
   }
   EXPECT_EQ(clear(cache, false), (Outcome{24, 0}));
 }
 
-TEST_F(ClearThumbnailTree, NeitherFollowsNorDeletesLinks) {
+TEST_F(ClearThumbnailTree, NeitherFollowsNorDeletesALink) {
   write(elsewhere + "/1.png", ours());
   std::filesystem::create_symlink(elsewhere + "/1.png", cache + "/file");
   std::filesystem::create_directory_symlink(elsewhere, cache + "/directory");
@@ -122,14 +113,14 @@ TEST_F(ClearThumbnailTree, NeitherFollowsNorDeletesLinks) {
   }
 }
 
-TEST_F(ClearThumbnailTree, WalksADirectoryThatIsItselfGivenByALink) {
+TEST_F(ClearThumbnailTree, FollowsALinkThatIsTheGivenDirectory) {
   write(elsewhere + "/1.png", ours());
   std::filesystem::create_directory_symlink(elsewhere, cache + "/normal");
   EXPECT_EQ(clear(cache + "/normal", false), (Outcome{1, 0}));
   EXPECT_EQ(names_in(elsewhere), Names{});
 }
 
-TEST_F(ClearThumbnailTree, PassesOverWhatIsNoFile) {
+TEST_F(ClearThumbnailTree, SkipsPipesAndSockets) {
   ASSERT_EQ(::mkfifo((cache + "/pipe").c_str(), 0600), 0);
   ASSERT_EQ(::mknod((cache + "/socket").c_str(), S_IFSOCK | 0600, 0), 0);
   for (const bool all : {false, true}) {
@@ -138,7 +129,7 @@ TEST_F(ClearThumbnailTree, PassesOverWhatIsNoFile) {
   }
 }
 
-TEST_F(ClearThumbnailTree, PassesOverADirectoryThatCannotBeOpened) {
+TEST_F(ClearThumbnailTree, SkipsADirectoryThatCannotBeOpened) {
   write(cache + "/file", ours());
   for (const bool all : {false, true}) {
     EXPECT_EQ(clear(cache + "/absent", all), (Outcome{0, 0}));
@@ -166,7 +157,7 @@ TEST_F(ClearThumbnailTree, LeavesNothingOpen) {
   EXPECT_EQ(next_descriptor(), before);
 }
 
-// What the rights of a user come to, which root does not see.
+// Permissions mean nothing to root.
 class ClearThumbnailTreeAsAUser : public ClearThumbnailTree, public testing::WithParamInterface<bool> {
 protected:
   void SetUp() override {
@@ -175,7 +166,7 @@ protected:
     std::filesystem::permissions("/", std::filesystem::perms{0755});
     std::filesystem::permissions(cache, std::filesystem::perms{0777});
     user.emplace();
-    if (!user->is_one) GTEST_SKIP() << "root may do everything, and cannot become another user here";
+    if (!user->is_one) GTEST_SKIP() << "root cannot become another user here";
   }
 
   std::optional<OrdinaryUser> user;
@@ -183,7 +174,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(, ClearThumbnailTreeAsAUser, testing::Bool(),
                          [](const auto& all) { return all.param ? "WithAll" : "WithoutAll"; });
 
-TEST_P(ClearThumbnailTreeAsAUser, CountsAFileThatCannotBeDeletedNowhere) {
+TEST_P(ClearThumbnailTreeAsAUser, KeepsAFileThatCannotBeDeletedAndDoesNotCountIt) {
   write(cache + "/locked/1.png", ours());
   write(cache + "/2.png", ours());
   const Mode locked(cache + "/locked", 0555);
@@ -191,14 +182,14 @@ TEST_P(ClearThumbnailTreeAsAUser, CountsAFileThatCannotBeDeletedNowhere) {
   EXPECT_EQ(names_in(cache), (Names{"locked", "locked/1.png"}));
 }
 
-TEST_P(ClearThumbnailTreeAsAUser, DeletesAFileThatIsReadOnly) {
+TEST_P(ClearThumbnailTreeAsAUser, DeletesAReadOnlyFile) {
   write(cache + "/1.png", ours());
   const Mode read_only(cache + "/1.png", 0400);
   EXPECT_EQ(clear(cache, GetParam()), (Outcome{1, 0}));
   EXPECT_EQ(names_in(cache), Names{});
 }
 
-TEST_P(ClearThumbnailTreeAsAUser, LeavesAFileThatCannotBeReadExceptWithAll) {
+TEST_P(ClearThumbnailTreeAsAUser, KeepsAnUnreadableFileExceptWithAll) {
   const bool all = GetParam();
   write(cache + "/1.png", ours());
   const Mode unreadable(cache + "/1.png", 0200);
@@ -206,25 +197,17 @@ TEST_P(ClearThumbnailTreeAsAUser, LeavesAFileThatCannotBeReadExceptWithAll) {
   EXPECT_EQ(names_in(cache), (all ? Names{} : Names{"1.png"}));
 }
 
-TEST_P(ClearThumbnailTreeAsAUser, CountsNothingInADirectoryThatCanBeListedButNotEntered) {
-  write(cache + "/closed/1.png", ours());
-  write(cache + "/closed/2.png", theirs());
-  write(cache + "/3.png", ours());
-  {
-    const Mode closed(cache + "/closed", 0444);
-    EXPECT_EQ(clear(cache, GetParam()), (Outcome{1, 0}));
+TEST_P(ClearThumbnailTreeAsAUser, CountsNothingInADirectoryThatCannotBeReadOrEntered) {
+  for (const mode_t mode : {0444U, 0000U}) {
+    write(cache + "/closed/1.png", ours());
+    write(cache + "/closed/2.png", theirs());
+    write(cache + "/3.png", ours());
+    {
+      const Mode closed(cache + "/closed", mode);
+      EXPECT_EQ(clear(cache, GetParam()), (Outcome{1, 0}));
+    }
+    EXPECT_EQ(names_in(cache), (Names{"closed", "closed/1.png", "closed/2.png"}));
   }
-  EXPECT_EQ(names_in(cache), (Names{"closed", "closed/1.png", "closed/2.png"}));
-}
-
-TEST_P(ClearThumbnailTreeAsAUser, PassesOverADirectoryThatCannotBeRead) {
-  write(cache + "/closed/1.png", ours());
-  write(cache + "/2.png", ours());
-  {
-    const Mode closed(cache + "/closed", 0000);
-    EXPECT_EQ(clear(cache, GetParam()), (Outcome{1, 0}));
-  }
-  EXPECT_EQ(names_in(cache), (Names{"closed", "closed/1.png"}));
 }
 
 } // namespace

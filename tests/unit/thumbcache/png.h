@@ -1,4 +1,4 @@
-// PNG files, built piece by piece, sound or not.
+// PNG files, sound or broken, built chunk by chunk.
 
 #pragma once
 
@@ -18,7 +18,7 @@ inline std::string big_endian(std::uint32_t number) {
   return bytes;
 }
 
-// The CRC of the bytes, as PNG asks for it.
+// The CRC that PNG prescribes.
 inline std::string crc_of(std::string_view bytes) {
   std::uint32_t crc = 0xFFFFFFFF;
   for (const char byte : bytes) {
@@ -29,7 +29,7 @@ inline std::string crc_of(std::string_view bytes) {
   return big_endian(~crc);
 }
 
-// A chunk's first 8 bytes. `length` need not be that of any data.
+// A chunk's first 8 bytes. The length need not be true.
 inline std::string chunk_header(std::uint32_t length, std::string_view type) { return big_endian(length).append(type); }
 
 inline std::string chunk(std::string_view type, std::string_view data, std::string_view crc) {
@@ -52,7 +52,6 @@ inline std::string uri_chunk(std::string_view uri) { return text_chunk("Thumb::U
 
 inline std::string mimetype_chunk(std::string_view mimetype) { return text_chunk("Thumb::Mimetype", mimetype); }
 
-// The file of these chunks.
 inline std::string png(std::initializer_list<std::string_view> chunks) {
   std::string file(signature);
   for (const std::string_view bytes : chunks)
@@ -60,8 +59,7 @@ inline std::string png(std::initializer_list<std::string_view> chunks) {
   return file;
 }
 
-// What a file begins with whose next chunk begins `offset` bytes into it, 20 at least: the signature and one chunk to
-// skip.
+// The first `offset` bytes of a file, 20 at least: the signature and a chunk to skip.
 inline std::string head(std::size_t offset) {
   const std::size_t around = signature.size() + 12;
   return png({chunk("skIp", std::string(offset - around, 's'), "CRC!")});

@@ -1,4 +1,4 @@
-// Directories of the tests' own, and a user of little rights to work in them.
+// What tests change on the machine for a while: directories, modes, the root directory, the user.
 
 #pragma once
 
@@ -21,10 +21,10 @@ inline void write(const std::string& path, std::string_view bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
-// A new directory, removed at the end with all that is in it.
+// A new directory, removed at the end with its contents.
 class ScratchDirectory {
 public:
-  ScratchDirectory() : path(testing::TempDir() + "nebulark-XXXXXX") { EXPECT_NE(::mkdtemp(path.data()), nullptr); }
+  ScratchDirectory() { EXPECT_NE(::mkdtemp(path.data()), nullptr); }
   ~ScratchDirectory() {
     std::error_code ignored;
     std::filesystem::remove_all(path, ignored);
@@ -32,16 +32,14 @@ public:
   ScratchDirectory(const ScratchDirectory&) = delete;
   ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
-  std::string path;
+  std::string path = testing::TempDir() + "nebulark-XXXXXX";
 };
 
-// Makes a directory this process's root for a while. Nothing outside it can then be deleted, however wrong the code
-// under test may be: one that took ".." for a name would otherwise clear the whole machine. Takes root's rights, or a
-// user namespace.
+// Makes a directory this process's root for a while, so that broken code under test deletes nothing else: code that
+// took ".." for a name would clear the whole machine. Needs root's rights or a user namespace.
 class OwnRoot {
 public:
-  explicit OwnRoot(const std::string& path)
-      : old_root(::open("/", O_PATH)), old_directory(::open(".", O_PATH)), is_set(set(path.c_str())) {}
+  explicit OwnRoot(const std::string& path) : is_set(set(path.c_str())) {}
   ~OwnRoot() {
     const bool is_back = !is_set || (::fchdir(old_root) == 0 && ::chroot(".") == 0 && ::fchdir(old_directory) == 0);
     EXPECT_TRUE(is_back);
@@ -57,34 +55,30 @@ private:
     return done && ::chdir("/") == 0;
   }
 
-  const int old_root;
-  const int old_directory;
+  const int old_root = ::open("/", O_PATH);
+  const int old_directory = ::open(".", O_PATH);
 
 public:
   const bool is_set;
 };
 
-// Takes root's rights away for a while. Without root there is nothing to take, and where there is no other user to
-// become, root it stays.
+// Takes root's rights away for a while. A process that is not root stays what it is.
 class OrdinaryUser {
 public:
-  OrdinaryUser() : was_root(::geteuid() == 0), is_one(!was_root || ::seteuid(nobody) == 0) {}
   ~OrdinaryUser() {
     const bool is_back = !was_root || ::seteuid(0) == 0;
     EXPECT_TRUE(is_back);
   }
-  OrdinaryUser(const OrdinaryUser&) = delete;
-  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
 
 private:
   static constexpr uid_t nobody = 65534;
-  const bool was_root;
+  const bool was_root = ::geteuid() == 0;
 
 public:
-  const bool is_one;
+  const bool is_one = !was_root || ::seteuid(nobody) == 0; // false where no other user exists
 };
 
-// The mode of a file or directory, opened again at the end so that it can be removed.
+// The mode of a file or directory; 0700 at the end, so that it can be removed.
 class Mode {
 public:
   Mode(std::string entry, mode_t mode) : path(std::move(entry)) { EXPECT_EQ(::chmod(path.c_str(), mode), 0); }
@@ -96,7 +90,7 @@ private:
   std::string path;
 };
 
-// The lowest descriptor that is free: the same before and after what leaves nothing open.
+// The lowest free descriptor: the same before and after code that leaves nothing open.
 inline int next_descriptor() {
   const int descriptor = ::open("/", O_PATH);
   EXPECT_NE(descriptor, -1);

@@ -1,5 +1,4 @@
-// The ownership test once more, slow and plain: over the whole file in memory, one rule after another. What the tool
-// answers is held against what this answers for the same bytes.
+// The tags and the ownership test again, slow and plain, on a whole file in memory: what the tool must answer too.
 
 #pragma once
 
@@ -10,7 +9,7 @@ namespace nebulark {
 struct PlainTags {
   std::string uri;
   std::string mimetype;
-  std::size_t end = 0; // the place up to which the file has to be known for that
+  std::size_t end = 0; // how many bytes of the file say so
 };
 
 inline PlainTags plain_tags(const std::string& file) {
