@@ -1,4 +1,4 @@
-// A libFuzzer program of one target, named by FUZZ_TARGET.
+// The libFuzzer program of the target FUZZ_TARGET.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,4 @@
-// The input is a thumbnail, where it begins like a PNG file; else it is the tags of one: the URI, a line feed, and the
-// MIME type.
+// The input is a thumbnail if it begins like a PNG file; if not, its tags: the URI, a line feed and the MIME type.
 
 #include <cstdlib>
 #include <filesystem>
@@ -24,24 +23,21 @@ std::string thumbnail(std::string_view input) {
   return png({uri_chunk(input.substr(0, line_feed)), mimetype_chunk(mimetype), chunk("IDAT", "data")});
 }
 
-// A file with a name, in a directory of its own.
-class NamedFile {
-public:
-  NamedFile() { require(::mkdtemp(directory_.data()) != nullptr, "there is a directory"); }
-  ~NamedFile() { std::filesystem::remove_all(directory_); }
-  NamedFile(const NamedFile&) = delete;
-  NamedFile& operator=(const NamedFile&) = delete;
+// A temporary directory for one file, which each input overwrites.
+struct Directory {
+  Directory() { require(::mkdtemp(path.data()) != nullptr, "there is a directory"); }
+  ~Directory() { std::filesystem::remove_all(path); }
+  Directory(const Directory&) = delete;
+  Directory& operator=(const Directory&) = delete;
 
-  [[nodiscard]] std::string path() const { return directory_ + "/thumbnail.png"; }
-
-private:
-  std::string directory_ = std::filesystem::temp_directory_path() / "nebulark-XXXXXX";
+  std::string path = std::filesystem::temp_directory_path() / "nebulark-XXXXXX";
 };
 
 bool is_nebulark(const std::string& bytes) {
-  static const NamedFile file; // each input is written over the one before it
-  std::ofstream(file.path(), std::ios::binary) << bytes;
-  return is_nebulark_thumbnail(AT_FDCWD, file.path().c_str());
+  static const Directory directory;
+  const std::string file = directory.path + "/thumbnail.png";
+  std::ofstream(file, std::ios::binary) << bytes;
+  return is_nebulark_thumbnail(AT_FDCWD, file.c_str());
 }
 
 } // namespace

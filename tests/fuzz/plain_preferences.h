@@ -1,52 +1,13 @@
-// Assignments and the preferences file once more, slow and plain: every assignment that is accepted, and what it does.
-// What the tool answers is held against what this answers for the same text.
+// Assignments and the preferences file again, slow and plain: what the tool must answer too.
 
 #pragma once
 
-#include <map>
 #include <sstream>
 #include <string>
 
-#include "prefs/preferences.h"
+#include "prefs/records.h"
 
 namespace nebulark {
-
-inline const std::map<std::string, void (*)(Preferences&)> plain_assignments{
-    {"autostretch=1", [](Preferences& record) { record.autostretch = true; }},
-    {"autostretch=true", [](Preferences& record) { record.autostretch = true; }},
-    {"autostretch=yes", [](Preferences& record) { record.autostretch = true; }},
-    {"autostretch=on", [](Preferences& record) { record.autostretch = true; }},
-    {"autostretch=0", [](Preferences& record) { record.autostretch = false; }},
-    {"autostretch=false", [](Preferences& record) { record.autostretch = false; }},
-    {"autostretch=no", [](Preferences& record) { record.autostretch = false; }},
-    {"autostretch=off", [](Preferences& record) { record.autostretch = false; }},
-    {"brightness=darker", [](Preferences& record) { record.brightness = Brightness::Darker; }},
-    {"brightness=standard", [](Preferences& record) { record.brightness = Brightness::Standard; }},
-    {"brightness=brighter", [](Preferences& record) { record.brightness = Brightness::Brighter; }},
-    {"cfa=auto", [](Preferences& record) { record.cfa = CfaMode::Auto; }},
-    {"cfa=color", [](Preferences& record) { record.cfa = CfaMode::Color; }},
-    {"cfa=mono", [](Preferences& record) { record.cfa = CfaMode::Mono; }},
-    {"labelformat=1", [](Preferences& record) { record.labelformat = true; }},
-    {"labelformat=true", [](Preferences& record) { record.labelformat = true; }},
-    {"labelformat=yes", [](Preferences& record) { record.labelformat = true; }},
-    {"labelformat=on", [](Preferences& record) { record.labelformat = true; }},
-    {"labelformat=0", [](Preferences& record) { record.labelformat = false; }},
-    {"labelformat=false", [](Preferences& record) { record.labelformat = false; }},
-    {"labelformat=no", [](Preferences& record) { record.labelformat = false; }},
-    {"labelformat=off", [](Preferences& record) { record.labelformat = false; }},
-    {"labelcorner=topleft", [](Preferences& record) { record.labelcorner = LabelCorner::TopLeft; }},
-    {"labelcorner=topright", [](Preferences& record) { record.labelcorner = LabelCorner::TopRight; }},
-    {"labelcorner=bottomleft", [](Preferences& record) { record.labelcorner = LabelCorner::BottomLeft; }},
-    {"labelcorner=bottomright", [](Preferences& record) { record.labelcorner = LabelCorner::BottomRight; }},
-};
-
-inline const std::map<std::string, std::string> plain_rejections{
-    {"autostretch", "autostretch: expected on or off"},
-    {"brightness", "brightness: expected darker, standard or brighter"},
-    {"cfa", "cfa: expected auto, color or mono"},
-    {"labelformat", "labelformat: expected on or off"},
-    {"labelcorner", "labelcorner: expected topleft, topright, bottomleft or bottomright"},
-};
 
 inline std::string plain_word(std::string text) {
   const auto is_blank = [](char byte) { return byte == ' ' || byte == '\t' || byte == '\r'; };
@@ -60,18 +21,37 @@ inline std::string plain_word(std::string text) {
 }
 
 // Returns the reason of a rejection, or "".
+template <typename Spellings, typename Value>
+std::string plain_set(const Spellings& spellings, const std::string& text, Value& field, const char* reason) {
+  for (const auto& [value, word] : spellings) {
+    if (word != text) continue;
+    field = value;
+    return "";
+  }
+  return reason;
+}
+
+// The same.
 inline std::string plain_assign(const std::string& assignment, Preferences& record) {
   const std::size_t equals = assignment.find('=');
   if (equals == std::string::npos) return "expected name=value";
   const std::string name = plain_word(assignment.substr(0, equals));
-  const std::string value = plain_word(assignment.substr(equals + 1));
-  if (!plain_rejections.contains(name)) return "unknown preference: " + name;
-  if (!plain_assignments.contains(name + "=" + value)) return plain_rejections.at(name);
-  plain_assignments.at(name + "=" + value)(record);
-  return "";
+  const std::string text = plain_word(assignment.substr(equals + 1));
+  if (name == "autostretch")
+    return plain_set(switch_spellings, text, record.autostretch, "autostretch: expected on or off");
+  if (name == "brightness")
+    return plain_set(brightness_spellings, text, record.brightness,
+                     "brightness: expected darker, standard or brighter");
+  if (name == "cfa") return plain_set(cfa_spellings, text, record.cfa, "cfa: expected auto, color or mono");
+  if (name == "labelformat")
+    return plain_set(switch_spellings, text, record.labelformat, "labelformat: expected on or off");
+  if (name == "labelcorner")
+    return plain_set(label_corner_spellings, text, record.labelcorner,
+                     "labelcorner: expected topleft, topright, bottomleft or bottomright");
+  return "unknown preference: " + name;
 }
 
-// Comments and sections need no rule of their own here: what begins with their signs is not the name of a preference.
+// Comments and sections need no rule: no name begins with their signs.
 inline Preferences plain_preferences(const std::string& text) {
   Preferences record{true, Brightness::Standard, CfaMode::Auto, false, LabelCorner::BottomRight};
   std::istringstream lines(text);

@@ -1,4 +1,4 @@
-// Every kept input of every target, as a test named for its file.
+// Runs every target with every input of its corpus, as a test with the name of the file.
 
 #include <filesystem>
 #include <fstream>

@@ -1,5 +1,5 @@
-// The input is a file, sound or not. Where "~GAP" and a number of 4 bytes, big-endian, stand in it, the file has so
-// many bytes more: the lengths that the reader treats apart are far longer than a corpus should be.
+// The input is a file. "~GAP" and a number of 4 bytes, big-endian, stand for so many bytes: some lengths that matter
+// are longer than a corpus should be.
 
 #include <algorithm>
 #include <cerrno>
@@ -17,12 +17,11 @@
 
 namespace {
 
-// The disk that the reader's file lies on, and what the reader did to it. The linker has every pread of the tool come
-// by here (see CMakeLists.txt).
+// The disk, and how it was read. The linker sends every pread of the tool here (see CMakeLists.txt).
 struct Disk {
-  std::size_t readable = std::numeric_limits<std::size_t>::max(); // from this offset on reading fails
-  std::size_t most_asked = 0;                                     // at once
-  std::size_t end = 0;                                            // of the furthest read
+  std::size_t readable = std::numeric_limits<std::size_t>::max(); // reading fails from this offset on
+  std::size_t longest_read = 0;
+  std::size_t end = 0; // of the furthest read
 };
 
 Disk disk;
@@ -30,7 +29,7 @@ Disk disk;
 template <typename Read, typename Offset>
 ssize_t read_from_disk(Read real, int file, void* to, std::size_t size, Offset offset) {
   const auto at = static_cast<std::size_t>(offset);
-  disk.most_asked = std::max(disk.most_asked, size);
+  disk.longest_read = std::max(disk.longest_read, size);
   if (at >= disk.readable) {
     errno = EIO;
     return -1;
@@ -42,7 +41,7 @@ ssize_t read_from_disk(Read real, int file, void* to, std::size_t size, Offset o
 
 } // namespace
 
-// The name depends on the C library, on how wide its offsets are, and on whether it checks the size of buffers.
+// The name depends on the C library, the width of its offsets and whether it checks the size of buffers.
 extern "C" {
 ssize_t __real_pread(int file, void* to, std::size_t size, off_t offset);
 ssize_t __wrap_pread(int file, void* to, std::size_t size, off_t offset);
@@ -70,7 +69,7 @@ namespace nebulark {
 namespace {
 
 constexpr std::size_t longest_chunk = 1048576;
-constexpr std::size_t block = 4096; // what is read at once where less is needed
+constexpr std::size_t block = 4096; // the least that is read at once
 constexpr std::size_t longest_gap = longest_chunk + 16;
 constexpr std::size_t longest_file = 2 * longest_gap;
 
@@ -95,11 +94,6 @@ std::string with_gaps(std::string_view input) {
   }
 }
 
-void require_tags(const ThumbnailTags& tags, const PlainTags& expected) {
-  require(tags.uri == expected.uri, "the URI is that of a plain reader");
-  require(tags.mimetype == expected.mimetype, "the MIME type is that of a plain reader");
-}
-
 // Reads the bytes from a disk of which only so many can be read.
 void require_tags_of(const std::string& bytes, std::size_t readable, const PlainTags& expected) {
   const Descriptor file(::memfd_create("thumbnail", 0));
@@ -107,10 +101,11 @@ void require_tags_of(const std::string& bytes, std::size_t readable, const Plain
   disk = {.readable = readable};
   const ThumbnailTags tags = read_thumbnail_tags(file.get());
   const Disk used = std::exchange(disk, {});
-  require_tags(tags, expected);
-  require(used.most_asked > 0, "the reads come by here");
-  require(used.most_asked <= longest_chunk, "no read asks for more than 1 MiB");
-  require(used.end < expected.end + block, "nothing is read a block after what has to be known");
+  require(tags.uri == expected.uri, "the URI is that of a plain reader");
+  require(tags.mimetype == expected.mimetype, "the MIME type is that of a plain reader");
+  require(used.longest_read > 0, "the linker sends the reads here");
+  require(used.longest_read <= longest_chunk, "no read asks for more than 1 MiB");
+  require(used.end < expected.end + block, "less than a block is read after what the tags need");
 }
 
 } // namespace

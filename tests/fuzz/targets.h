@@ -1,7 +1,7 @@
-// What is fuzzed: functions that take any bytes and hold what they make the tool do against properties.
+// The fuzz targets: each takes any bytes, lets the tool work on them, and requires properties of what it does.
 //
-// Each has a corpus of inputs, corpus/NAME, which runs every branch of what it tests. fuzzer.cpp makes a libFuzzer
-// program of one of them, which looks for new inputs; replay.cpp makes a test of every input that is kept.
+// corpus/NAME holds the inputs of a target, and together they reach every branch. fuzzer.cpp makes a libFuzzer program
+// of a target, to look for new inputs; replay.cpp makes a test of each input.
 
 #pragma once
 
@@ -15,7 +15,7 @@ void ownership(std::string_view input);
 void preferences_file(std::string_view input);
 void assignments(std::string_view input);
 
-// Throws if a property does not hold: a test fails by that, and a libFuzzer program stops and keeps the input.
+// Throws where a property does not hold. The test fails; a libFuzzer program stops and keeps the input.
 inline void require(bool holds, const char* property) {
   if (!holds) throw std::logic_error(property);
 }
