@@ -1,4 +1,4 @@
-"""Thinks of small changes to a C++ source that clang-format has laid out."""
+"""Lists small changes of a C++ source in clang-format's layout."""
 
 import re
 from collections.abc import Iterator
@@ -7,7 +7,7 @@ from typing import NamedTuple
 
 
 class Mutant(NamedTuple):
-    """One change: what stands from start to end in the text of a file becomes something else."""
+    """One change: in the text of a file, start to end becomes something else."""
 
     path: Path
     text: str
@@ -34,7 +34,7 @@ class Mutant(NamedTuple):
         return f"{before} -> {after}"
 
 
-# What no pattern below sees: comments, lines of the preprocessor, what only the compiler looks at, and quoted texts.
+# What the patterns below do not see: comments, preprocessor lines, static_assert, attributes and quoted texts.
 HIDDEN = re.compile(
     r"""//[^\n]* | ^\#[^\n]* | static_assert[^;]*; | \[\[.*?\]\]
       | (?P<raw>R"\().*?\)" | (?P<text>")(?:\\.|[^"\\])*" | '(?P<char>(?:\\.|[^'\\])+)'""",
@@ -42,7 +42,7 @@ HIDDEN = re.compile(
 )
 
 BALANCED = r"[^()]*"
-for _ in range(4):  # as deep as brackets ever lie in each other
+for _ in range(4):  # levels of brackets
     BALANCED = rf"(?:[^()]|\({BALANCED}\))*"
 
 STATEMENT = r"(?!(?:return|using|if|for|while|break|continue|case)\b)[\w(:+](?:[^;{}]|\{(?:[^;{}\n]|\{\})*\})*;"
@@ -51,7 +51,7 @@ DECLARATION = re.compile(r"(?!\(void\))[\w:<>,*& ]+\s[*&]?\w+\s*([=({;\[]|$)")
 LIBRARY_CALL = re.compile(r"::\w+\(")
 SYSTEM_CALL = re.compile(r"(?<!\w)::\w+\(")
 
-# One word or operator, and what is tried in its place; after = the other way round as well.
+# An operator or word and its replacement; = means both ways.
 OPERATORS = "< <=  > >=  <= <  >= >  == != =  && || =  + - =  += -= =  << >>  * +  % /"
 WORDS = """
 true false =  stdout stderr =  continue break =  std::min std::max =  S_ISDIR S_ISREG =  front back =  find rfind =
@@ -59,8 +59,7 @@ find_first_not_of find_first_of  find_last_not_of find_last_of  starts_with ends
 pop_back clear  Brightness::Standard Brightness::Darker  CfaMode::Auto CfaMode::Mono
 LabelCorner::BottomRight LabelCorner::TopLeft  W_OK F_OK =  X_OK F_OK  SEEK_SET SEEK_CUR  O_RDONLY O_RDWR
 O_TRUNC O_EXCL  AT_SYMLINK_NOFOLLOW 0  DT_REG DT_DIR  POSIX_FADV_WILLNEED POSIX_FADV_DONTNEED  EAGAIN EINTR
-WEXITSTATUS WTERMSIG  ::access ::eaccess  ::geteuid ::getuid  ::execv ::execvp  std::getenv ::secure_getenv
-std::rename ::link  ::mkdir ::chmod
+WEXITSTATUS WTERMSIG  ::access ::eaccess  ::geteuid ::getuid  ::execv ::execvp  std::rename ::link  ::mkdir ::chmod
 """
 
 
@@ -69,21 +68,21 @@ def pairs(table: str) -> Iterator[tuple[str, str]]:
         yield from [(one, other), (other, one)] if both else [(one, other)]
 
 
-# Patterns, and what is tried in the place of each.
+# A pattern and its replacements.
 RULES = [
     (rf"(?<=\bif \(){BALANCED}(?=\))", "true", "false"),
     (rf"(?<=\bwhile \(){BALANCED}(?=\))", "false"),
     (r"\s\? ", " && false ? ", " || true ? "),
     (r" \| [A-Z]\w+", ""),
     (r"!(?=[\w(])", ""),
-    (r"(?<=\s)\|(?= [a-z])", "&"),  # no flag, which is left out above
+    (r"(?<=\s)\|(?= [a-z])", "&"),  # not between flags: they are left out above
     (r"\+\+", "--"),
     (r"\b0(?=\.\d)", "1"),
     *((rf"(?<=\s){re.escape(one)}(?=\s)", other) for one, other in pairs(OPERATORS)),
     *((rf"(?<![\w:]){one}(?!\w|::)", other) for one, other in pairs(WORDS)),
 ]
 
-# What a function that calls the system is tried to begin with.
+# What is added at the beginning of a function that calls the system.
 EXTRA_CALLS = ["(void)::umask(0);", '(void)::chdir("/");', "(void)::fsync(1);"]
 
 
@@ -96,7 +95,7 @@ def mutants_of(path: Path, text: str) -> list[Mutant]:
     return [Mutant(path, text, *change) for change in sorted(set(found))]
 
 
-Changes = Iterator[tuple[int, int, str]]  # start, end and the new text
+Changes = Iterator[tuple[int, int, str]]  # start, end, new text
 
 
 def texts(text: str) -> Changes:
@@ -108,7 +107,7 @@ def texts(text: str) -> Changes:
 
 
 def numbers(code: str) -> Changes:
-    """One less and one more; not where only failure counts, and not how long a buffer is."""
+    """One less and one more; not for -1, the mark of failure, nor for the length of a buffer."""
     for match in re.finditer(r"(?<![\w.-])(?<!char, )\d+(?!\.)", code):
         octal = match[0].startswith("0") and len(match[0]) > 1
         value = int(match[0], 8 if octal else 10)
@@ -118,13 +117,13 @@ def numbers(code: str) -> Changes:
 
 
 def statements(code: str, text: str) -> Changes:
-    """Each call and each assignment left out, and changed over with what follows it."""
+    """Each call and assignment left out, and swapped with the statement after it."""
     one_of = rf"(?:{STATEMENT}|{TEST})"
     pattern = rf"^( +)({one_of})(?=\s*?\n\1({one_of})|)|(?<=\{{ ){STATEMENT}(?= \}})"
     for match in re.finditer(pattern, code, re.M):
         start, end = match.span(2) if match[2] else match.span()
         if code[:start].rstrip()[-1:] not in tuple(";{}:"):
-            continue  # the rest of another
+            continue  # part of another statement
         one, other = code[start:end], match[3]
         if acts(one):
             yield start, end, ";"

@@ -1,7 +1,7 @@
-"""Changes the sources one small thing at a time, and tells which changes no test notices. script/mutate starts it.
+"""Changes the sources one small thing at a time, and prints the changes that no test notices. script/mutate starts it.
 
-Each processor has a copy of the tree, and builds and tests one change after the other in it: the tests of CTest, in a
-box, those first that are quick and have noticed changes of the same file. The first that fails is enough.
+Each processor has a copy of the tree. It builds one change after the other there and runs CTest's tests in a box, until
+one fails: first the quick tests, and those that noticed other changes of the same file.
 """
 
 import argparse
@@ -24,11 +24,12 @@ LOG = ROOT / "build/mutants.log"
 EQUIVALENT = re.findall(r"^(src/\S+): (.*)", Path(__file__).with_name("equivalent").read_text(), re.MULTILINE)
 WORKERS = os.cpu_count() or 1
 
-# Optimised, so that a change which makes no difference often makes the same program; and no release build, which adds
-# tests that notice nothing, of pages and completions.
+# Optimised: a change that makes no difference then often makes the same program. But no release build: its further
+# tests, of pages and completions, notice nothing.
 CONFIGURE = ["cmake", "-B", "build", "-DCMAKE_BUILD_TYPE=", "-DNEBULARK_HARDENING=OFF"]
 CONFIGURE += ["-DCMAKE_CXX_FLAGS=-O2 -w -include fcntl.h -include sys/stat.h -include unistd.h"]
-PROGRAMS = {"unit-tests": "tests/unit/unit-tests", "corpora": "tests/fuzz/replay"}  # what the others test is the tool
+PROGRAMS = {"unit-tests": "tests/unit/unit-tests", "corpora": "tests/fuzz/replay"}  # every other test runs the tool
+BOXED = ["setpriv", "--pdeathsig", "KILL", "tests/mutation/box"]
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "CI": "1", "GTEST_FAIL_FAST": "1", "PYTEST_ADDOPTS": "-x"}
 
 
@@ -44,40 +45,49 @@ class Tree:
         self.unchanged = {program: self.read(program) for program in ("nebulark-ctl", *PROGRAMS.values())}
 
     def build(self, target: str) -> bool:
-        make = ["make", "--silent", "-C", self.place / "build", f"--jobs={WORKERS}", target]
+        make = ["make", "--silent", f"--directory={self.place}/build", f"--jobs={WORKERS}", target]
         return subprocess.run(make, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
 
     def read(self, program: str) -> bytes:
         return (self.place / "build" / program).read_bytes()
 
-    def test(self, *options: str, limit: float | None = None) -> tuple[bool, str]:
-        """Runs tests. Whether they passed within so many seconds, and what they printed."""
-        command = ["setpriv", "--pdeathsig", "KILL", "tests/mutation/box", "ctest", "--test-dir", "build", *options]
-        how = dict(env=ENVIRONMENT, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    def test(self, *options: str, seconds: float | None = None) -> tuple[bool, str]:
+        """Runs tests. Returns whether they passed within so many seconds, and what they printed."""
+        command = [*BOXED, "ctest", "--test-dir", "build", *options]
         try:
-            done = subprocess.run(command, cwd=self.place, timeout=limit, start_new_session=True, **how)
-            return done.returncode == 0, done.stdout.decode(errors="replace")
+            done = subprocess.run(
+                command,
+                cwd=self.place,
+                env=ENVIRONMENT,
+                stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE,
+                stderr=subprocess.STDOUT,
+                errors="replace",
+                timeout=seconds,
+                start_new_session=True,
+            )
+            return done.returncode == 0, done.stdout
         except subprocess.TimeoutExpired:
             return False, ""
 
-    def verdict(self, mutant: Mutant, tests: dict[str, float]) -> str:
-        """The first of the tests, each with the time it takes, that notices a mutant; or why there is none."""
+    def verdict(self, mutant: Mutant, times: dict[str, float]) -> str:
+        """The first test that notices the mutant, or why none does. `times` has the tests, each with its seconds."""
         changed = self.place / mutant.path
         changed.write_text(mutant.mutated())
         try:
-            return self.killer(tests) if self.build("nebulark-ctl") else "not compiled"
+            return self.killer(times) if self.build("nebulark-ctl") else "not compiled"
         finally:
             changed.write_text(mutant.text)
 
-    def killer(self, tests: dict[str, float]) -> str:
+    def killer(self, times: dict[str, float]) -> str:
         verdict = "same program"
-        for test, seconds in tests.items():
+        for test, seconds in times.items():
             program = PROGRAMS.get(test, "nebulark-ctl")
             if not self.build(Path(program).name):
                 return test
             if self.read(program) != self.unchanged[program]:
                 verdict = "survived"
-                if not self.test("-R", f"^{test}$", limit=10 + 5 * seconds)[0]:
+                if not self.test("-R", f"^{test}$", seconds=10 + 5 * seconds)[0]:
                     return test
         return verdict
 
@@ -90,7 +100,7 @@ def time_tests(tree: Tree) -> dict[str, float]:
     return {name: float(seconds) for name, seconds in times}
 
 
-def try_all(mutants: list[Mutant], place: Path) -> Counter:
+def try_all(mutants: list[Mutant], place: Path) -> Counter[str]:
     """Prints the survivors, and counts the verdicts."""
     print("Building and testing the unchanged sources", file=sys.stderr)
     built = [Tree(place / str(number)) for number in range(WORKERS)]
@@ -98,8 +108,8 @@ def try_all(mutants: list[Mutant], place: Path) -> Counter:
     free: SimpleQueue[Tree] = SimpleQueue()
     for tree in built:
         free.put(tree)
-    noticed: dict[Path, Counter] = defaultdict(Counter)  # how often by which test
-    verdicts: Counter = Counter()
+    noticed: dict[Path, Counter[str]] = defaultdict(Counter)  # by file and test
+    verdicts: Counter[str] = Counter()
 
     def attempt(mutant: Mutant) -> tuple[Mutant, str, float]:
         tree, begun, by = free.get(), time.monotonic(), noticed[mutant.path]
@@ -120,10 +130,11 @@ def try_all(mutants: list[Mutant], place: Path) -> Counter:
 
 
 def changed_since(revision: str) -> set[tuple[str, int]]:
-    """The lines of src, by file and number, that are not as they were."""
+    """The lines of src that are new or different: files and numbers."""
     git = ["git", "diff", "--unified=0", "--no-ext-diff", revision, "--", "src"]
     said = subprocess.run(git, cwd=ROOT, stdout=subprocess.PIPE, text=True, check=True).stdout
-    changed, path = set(), ""
+    changed: set[tuple[str, int]] = set()
+    path = ""
     for name, first, count in re.findall(r"^(?:\+\+\+ b/(.*)|@@ \S+ \+(\d+)(?:,(\d+))? @@)", said, re.MULTILINE):
         path = name or path
         changed.update((path, int(first) + line) for line in range(int(count or 1)) if first)
@@ -131,29 +142,31 @@ def changed_since(revision: str) -> set[tuple[str, int]]:
 
 
 def chosen(files: list[Path], since: str | None) -> list[Mutant]:
-    changed = changed_since(since) if since else set()
-    found, known = [], set()
-    for source in sorted([path.resolve() for path in files] or ROOT.glob("src/*/*.*[ph]")):
-        for mutant in mutants_of(source.relative_to(ROOT), source.read_text()):
-            name, change = str(mutant.path), mutant.change()
-            same = {(file, pattern) for file, pattern in EQUIVALENT if name == file and re.search(pattern, change)}
-            known |= same
-            if not same and not (since and changed.isdisjoint((name, line) for line in mutant.lines())):
-                found.append(mutant)
-    for file, pattern in set() if files else set(EQUIVALENT) - known:
-        sys.exit(f"tests/mutation/equivalent: no change of {file} is like {pattern}")
-    return found
+    sources = sorted([path.resolve() for path in files] or ROOT.glob("src/*/*.*[ph]"))
+    found = [mutant for source in sources for mutant in mutants_of(source.relative_to(ROOT), source.read_text())]
+    for file, pattern in EQUIVALENT:
+        same = {mutant for mutant in found if str(mutant.path) == file and re.search(pattern, mutant.change())}
+        if not same and not files:
+            sys.exit(f"tests/mutation/equivalent: no change of {file} is like {pattern}")
+        found = [mutant for mutant in found if mutant not in same]
+    if since is None:
+        return found
+    changed = changed_since(since)
+    return [mutant for mutant in found if not changed.isdisjoint((str(mutant.path), line) for line in mutant.lines())]
 
 
-def main():
-    parser = argparse.ArgumentParser(prog="script/mutate", description="Tells which changes of src/ no test notices.")
+def main() -> None:
+    parser = argparse.ArgumentParser(
+        prog="script/mutate", description="Prints the changes of src/ that no test notices."
+    )
     parser.add_argument("--list", action="store_true", help="print the changes, and try none")
-    parser.add_argument("--since", metavar="REVISION", help="change only lines that are not as they were then")
+    parser.add_argument("--since", metavar="REVISION", help="change only lines that are new or different since then")
     parser.add_argument("file", nargs="*", type=Path, help="a source file; without any, all of src/")
     options = parser.parse_args()
     mutants = chosen(options.file, options.since)
     if options.list:
-        return print(*mutants, sep="\n")
+        print(*mutants, sep="\n")
+        return
     with tempfile.TemporaryDirectory(prefix="mutate.") as place:
         Path(place).chmod(0o755)
         verdicts = try_all(mutants, Path(place))
