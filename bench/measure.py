@@ -1,44 +1,38 @@
-"""Measures nebulark-ctl against what else does the same work, and prints a table. script/bench starts it.
+"""Measures nebulark-ctl against other programs that do the same work, and prints a table. script/bench starts it.
 
     measure.py [--large] [DIRECTORY]
 
-A time is the processor time of a whole process, its own and the kernel's for it, as hyperfine reads it: on a busy
-machine the others do not count. Where the cache is cold, waiting for the disk is what there is to measure, and a time
-is the time on the clock. The sides of a comparison take turns, so that a machine that slows down meanwhile slows all of
-them, and the median of a side's rounds counts.
+A time is the processor time of a whole process, in the program and in the kernel: on a busy machine other processes do
+not count. With a cold cache it is the time on the clock, because waiting for the disk is most of it. The sides of a
+comparison take turns, so that a slower machine slows all of them, and the median of a side's rounds counts.
 
-Caches are temporary directories where temporary files go, by default on an ordinary file system, as real caches are. In
-memory, on tmpfs, the kernel does less for a file, so that the same work of the tool is a larger part of the whole.
+Caches are temporary directories where temporary files go: by default on an ordinary file system, as real caches are. On
+tmpfs the kernel does less for a file, so that the tool's own work is a larger part of the whole.
 """
 
 import argparse
-import contextlib
-import json
 import os
 import platform
 import re
 import shlex
-import statistics
-import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
-BUILD = Path(__file__).parents[1] / "build"
-TOOL, UNHARDENED = BUILD / "release/nebulark-ctl", BUILD / "bench/unhardened/nebulark-ctl"
-FLOOR, GENERATE, HELLO = (BUILD / "bench" / name for name in ("floor", "generate", "hello"))
+from instruments import BENCH, cache, clock_time, file_system, instructions, peak_memory, race, run, system_calls
 
-os.environ["LC_ALL"] = "C"
+TOOL, UNHARDENED = BENCH.parent / "release/nebulark-ctl", BENCH / "unhardened/nebulark-ctl"
+FLOOR, HELLO = BENCH / "floor", BENCH / "hello"
 
 CLEAR = [TOOL, "--clear-thumb-cache"]  # the cache that XDG_CACHE_HOME names
 GREP = ["grep", "-rlF", "-e.xisf", "-e.fits", "-e.fit", "-e.fts", "-e.kxproj"]
 FEW, SOME, MANY, MILLION = 1000, 3000, 20_000, 1_000_000
 
-# Two measurements of the same differ by less: a part of a time, and KiB of memory.
+# Measurements of the same thing differ by less: a fraction of a time, and KiB of memory.
 NOISE, SOME_PAGES = 0.05, 128
 
 HEADINGS = ("", "nebulark-ctl", "against", "which has", "ratio", "at most", "reached")
-WORDS = (0, 2)  # the columns of words, flush left; the others are flush right
+WORDS = (0, 2)  # the columns of words, flush left; numbers are flush right
 
 DROP_CACHES = Path("/proc/sys/vm/drop_caches")
 
@@ -47,14 +41,14 @@ notes = []  # on what could not be measured
 
 
 def row(what, tool, against, other, ratio, bound="", reached=None):
-    """Adds to the table what is ready to be printed, but for the ratio, a number, and whether the bound is reached."""
+    """Adds a row to the table: texts, except the ratio, a number, and `reached`, a truth."""
     verdict = "" if reached is None else "yes" if reached else "no"
     rows.append((what, tool, against, other, f"{ratio:.2f}", bound, verdict))
     print(f"  {what}: {tool}, {against} {other}", file=sys.stderr)
 
 
 def compare(what, shown, tool, against, other, bound=None):
-    """Adds two numbers, in the way they are shown, whose ratio is to be at most the bound."""
+    """Adds a row of two numbers whose ratio is to be at most the bound."""
     ratio = tool / other
     within = (times(bound), ratio <= bound) if bound else ()
     row(what, shown(tool), against, shown(other), ratio, *within)
@@ -82,76 +76,8 @@ def kib(size):
     return f"{size:.0f} KiB"
 
 
-def run(*command):
-    """The standard output of a command that has to succeed."""
-    command = list(map(str, command))
-    done = subprocess.run(command, capture_output=True, text=True)
-    if done.returncode != 0:
-        sys.exit(f"{shlex.join(command)}: status {done.returncode}\n{done.stdout}{done.stderr}")
-    return done.stdout
-
-
-@contextlib.contextmanager
-def cache(place, count, percent=0, *how):
-    """A directory with a cache of that many thumbnails, so many percent of them Nebulark's; and what fills it again."""
-    with tempfile.TemporaryDirectory(prefix="bench.", dir=place) as directory:
-        fill = [GENERATE, directory, count, percent, *how]
-        run(*fill)
-        os.sync()  # or the kernel would write it back while something is timed
-        os.environ["XDG_CACHE_HOME"] = directory
-        yield directory, fill
-
-
-def processor_time(timed):
-    return timed["user"] + timed["system"]
-
-
-def clock_time(timed):
-    return timed["mean"]
-
-
-def race(rounds, runs, *commands, before=None, seconds=processor_time):
-    """The seconds of each command, which runs so many times in each round, and each time after the command `before`."""
-    texts = [shlex.join(map(str, command)) for command in commands]
-    prepare = ["--prepare", shlex.join(map(str, before))] if before else []
-    times = {text: [] for text in texts}
-    with tempfile.NamedTemporaryFile("r") as result:
-        how = ["--shell=none", "--style=none", "--ignore-failure", f"--runs={runs}", f"--export-json={result.name}"]
-        for turn in range(rounds):
-            first = turn % len(texts)
-            run("hyperfine", *how, *prepare, *texts[first:], *texts[:first])
-            for timed in json.loads(Path(result.name).read_text())["results"]:
-                expected = 1 if timed["command"].startswith("grep ") else 0  # it is to find nothing
-                if set(timed["exit_codes"]) != {expected}:
-                    sys.exit(f"{timed['command']}: status {timed['exit_codes']}")
-                times[timed["command"]].append(seconds(timed))
-    return [statistics.median(times[text]) for text in texts]
-
-
-def system_calls(*command):
-    with tempfile.NamedTemporaryFile("r") as summary:
-        run("strace", "--summary-only", "--summary-columns=calls,name", f"--output={summary.name}", *command)
-        return int(re.search(r"(\d+) total\n", summary.read())[1])
-
-
-def instructions(*command):
-    with tempfile.NamedTemporaryFile("r") as log:
-        run("valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", f"--log-file={log.name}", *command)
-        return int(re.search(r"Collected : (\d+)", log.read())[1])
-
-
-def peak_memory(*command):
-    """In KiB; of several runs, which differ by a few pages, the median."""
-    peaks = []
-    with tempfile.NamedTemporaryFile("r") as result:
-        for _ in range(5):
-            run("/usr/bin/time", "--format=%M", f"--output={result.name}", *command)
-            peaks.append(int(Path(result.name).read_text()))
-    return statistics.median(peaks)
-
-
 def per_file(place, measure, percent, *words):
-    """What a file more costs the tool and the floor: the difference between two caches."""
+    """What one more file costs the tool and the floor: the difference between two caches."""
     measured = []
     for count in (FEW, SOME):
         with cache(place, count, percent) as (directory, fill):
@@ -162,7 +88,7 @@ def per_file(place, measure, percent, *words):
 
 
 def check_answers(place):
-    """What does not do the same work as the tool is not worth comparing."""
+    """Ends the run if the tool and the floor do different work: a comparison would mean nothing."""
     found = []
     with cache(place, SOME, percent=10) as (directory, fill):
         for command in (CLEAR, [FLOOR, directory]):
@@ -196,7 +122,7 @@ def time_scanning(place):
 
 
 def why_not_cold(place):
-    """Why nothing there can be out of memory when it is measured; "" if it can."""
+    """Why files there cannot be out of memory; "" if they can."""
     if file_system(place) == "tmpfs":
         return "tmpfs is memory"
     if not os.access(DROP_CACHES, os.W_OK):
@@ -210,7 +136,7 @@ def time_scanning_cold(place):
         notes.append(f"Not measured: {what}. {reason.capitalize()}.")
         return
     with cache(place, MANY) as (directory, _):
-        forget = ["sh", "-c", f"sync && echo 3 >{DROP_CACHES}"]  # pages, and what is known of files and names
+        forget = ["sh", "-c", f"sync && echo 3 >{DROP_CACHES}"]  # pages, directory entries and inodes
         commands = CLEAR, [*GREP, directory], [FLOOR, directory]
         tool, grep, floor = race(5, 1, *commands, before=forget, seconds=clock_time)
     compare(what, time, tool, "grep -rl", grep, 0.45)
@@ -226,9 +152,9 @@ def time_deleting(place):
 def time_clearing(place):
     with cache(place, MANY // 4) as (directory, fill):
         rm, find = ["rm", "-rf", f"{directory}/thumbnails"], ["find", directory, "-type", "f", "-delete"]
-        # What ran before has left a directory or not; all are to find a new one.
-        anew = ["sh", "-c", f"{shlex.join(rm)} && {shlex.join(map(str, fill))}"]
-        tool, rm, find = race(12, 1, [*CLEAR, "--all"], rm, find, before=anew)
+        # The last command left the directories or deleted them; each is to find new ones.
+        refill = ["sh", "-c", f"{shlex.join(rm)} && {shlex.join(map(str, fill))}"]
+        tool, rm, find = race(12, 1, [*CLEAR, "--all"], rm, find, before=refill)
     what = f"clearing {MANY // 4:,} files with --all"
     compare(what, time, tool, "rm -rf", rm, 1.08)
     compare(what, time, tool, "find -delete", find, 1.08)
@@ -240,7 +166,7 @@ def time_starting():
 
 
 def measure_memory(place):
-    """Gives what the tool takes for few thumbnails."""
+    """Returns the memory that the tool takes for few thumbnails."""
     hello = peak_memory(HELLO)
     with cache(place, FEW):
         tool = peak_memory(*CLEAR)
@@ -250,7 +176,7 @@ def measure_memory(place):
 
 
 def measure_growth(place, most, memory_for_few, *how):
-    """What a large cache costs, and a quarter of it. Both are there at once, so that the runs can take turns."""
+    """What a large cache costs, and a quarter of it. Both exist at once, so that the runs can take turns."""
     with cache(place, most // 4, 0, *how) as (small, _), cache(place, most, 0, *how) as (large, _):
         tool = [["env", f"XDG_CACHE_HOME={directory}", *CLEAR] for directory in (small, large)]
         floor = [[FLOOR, directory] for directory in (small, large)]
@@ -263,11 +189,6 @@ def measure_growth(place, most, memory_for_few, *how):
     what, growth = f"peak memory for {most:,} thumbnails", memory / memory_for_few
     same = memory <= memory_for_few + SOME_PAGES
     row(what, kib(memory), f"{FEW:,} of them", kib(memory_for_few), growth, "the same", same)
-
-
-def file_system(directory):
-    """Its type. All kinds of ext are one to stat, but it answers even where no mount has a name, as in a chroot."""
-    return run("stat", "--file-system", "--format=%T", directory).strip()
 
 
 def main():
