@@ -1,13 +1,12 @@
-/* The least that the kernel can be asked to clear a thumbnail cache: the yardstick for nebulark-ctl
- * --clear-thumb-cache.
+/* Clears a thumbnail cache with as few system calls as possible, to measure nebulark-ctl --clear-thumb-cache against.
  *
  *     floor CACHE         deletes the thumbnails of astronomical files in the five directories of CACHE/thumbnails
  *     floor CACHE --all   deletes every file there
  *
- * It prints how many files it deleted and how many it left. Directories are listed in large reads; a file costs one
- * fstatat, and unless all are to go one openat, one read of 4 KiB and one close; a deleted one, an unlinkat. Every name
- * is relative to its directory. It is no rival: it takes for granted that calls succeed, that every file is a whole PNG
- * file, and that its tags lie in its first 4 KiB. */
+ * It prints how many files it deleted and how many it left. Directories are listed in large reads. A file costs one
+ * fstatat, without --all also one openat, one read of 4 KiB and one close, and an unlinkat if it is deleted. It is not
+ * safe to use: it assumes that calls succeed, and that every file is a whole PNG file with its tags in the first 4 KiB.
+ */
 
 #define _GNU_SOURCE
 #include <dirent.h>

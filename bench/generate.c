@@ -1,12 +1,12 @@
-/* Fills a thumbnail cache with files whose heads are like those of real thumbnails.
+/* Fills a thumbnail cache with files that begin like real thumbnails.
  *
  *     generate CACHE COUNT PERCENT          writes COUNT files below CACHE/thumbnails, PERCENT of them thumbnails of
  *                                           astronomical files, the rest of other files
  *     generate CACHE COUNT PERCENT --holes  the same with a hole for the image data, so that a file takes one block
  *
- * The same arguments give the same names and bytes, whatever of them is there already, and the files of a small cache
- * are the first ones of a larger. Chunks, their order and their keywords are as GNOME, Xfce and KDE write them, KDE
- * with a URI that is compressed if it is long. CRCs are zero and image data is noise: nobody draws these. */
+ * The same arguments give the same names and bytes, even where some of the files exist, and a larger cache begins with
+ * the files of a smaller one. Chunks, their order and their keywords are those of GNOME, Xfce and KDE; KDE compresses a
+ * long URI. CRCs are zero and image data is noise. */
 
 #define _GNU_SOURCE
 #include <err.h>
@@ -23,8 +23,8 @@
 
 #define LENGTH(array) (sizeof(array) / sizeof *(array))
 
-/* How many of 100 files are in which directory, how many pixels wide, and of how many bytes: most of them small, and a
- * failure marker no larger than its tags. */
+/* Of 100 files, how many are in each directory; their width in pixels and their size in bytes. Most are small, and a
+ * failure marker holds nothing but its tags. */
 static const struct size_dir {
   const char* path;
   unsigned share, width, smallest, largest;
@@ -65,7 +65,7 @@ static const char* const folders[] = {
 
 static uint64_t noise[1 << 17];
 
-/* A thumbnail's head, as far as it is written. */
+/* The part of a thumbnail that is written so far. */
 struct head {
   char bytes[1024];
   size_t size;
@@ -169,7 +169,7 @@ static size_t choose_size_dir(uint64_t* random) {
   return chosen;
 }
 
-/* How many bytes of image data make the file as large as one in its directory is. */
+/* How many bytes of image data the file has, so that its size is usual for its directory. */
 static size_t choose_image_size(uint64_t* random, const struct size_dir* size_dir) {
   const uint64_t part = next(random) % 1024;
   return 11 + size_dir->smallest + (size_dir->largest - size_dir->smallest) * part * part / (1024 * 1024);

@@ -1,4 +1,4 @@
-/* Prints one line: what any program that does so costs to start, and in memory. */
+/* Prints one line, to measure what starting any program costs. */
 
 #include <stdio.h>
 
