@@ -13,6 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/handles.h"
+
 namespace nebulark {
 
 // Writes a file, and makes the directories above it.
@@ -41,13 +43,10 @@ class OwnRoot {
 public:
   explicit OwnRoot(const std::string& path) : is_set(set(path.c_str())) {}
   ~OwnRoot() {
-    const bool is_back = !is_set || (::fchdir(old_root) == 0 && ::chroot(".") == 0 && ::fchdir(old_directory) == 0);
+    const bool is_back =
+        !is_set || (::fchdir(old_root.get()) == 0 && ::chroot(".") == 0 && ::fchdir(old_directory.get()) == 0);
     EXPECT_TRUE(is_back);
-    ::close(old_root);
-    ::close(old_directory);
   }
-  OwnRoot(const OwnRoot&) = delete;
-  OwnRoot& operator=(const OwnRoot&) = delete;
 
 private:
   static bool set(const char* path) {
@@ -55,8 +54,8 @@ private:
     return done && ::chdir("/") == 0;
   }
 
-  const int old_root = ::open("/", O_PATH);
-  const int old_directory = ::open(".", O_PATH);
+  const Descriptor old_root{::open("/", O_PATH)};
+  const Descriptor old_directory{::open(".", O_PATH)};
 
 public:
   const bool is_set;
@@ -91,11 +90,6 @@ private:
 };
 
 // The lowest free descriptor: the same before and after code that leaves nothing open.
-inline int next_descriptor() {
-  const int descriptor = ::open("/", O_PATH);
-  EXPECT_NE(descriptor, -1);
-  ::close(descriptor);
-  return descriptor;
-}
+inline int next_descriptor() { return Descriptor(::open("/", O_PATH)).get(); }
 
 } // namespace nebulark

@@ -66,6 +66,7 @@ TEST(StreamOver, ClosesADescriptorThatCannotBeAStream) {
   const int number = descriptor.get();
   EXPECT_FALSE(stream_over(std::move(descriptor), "w")); // open for reading only
   EXPECT_FALSE(is_open(number));
+  EXPECT_FALSE(stream_over(Descriptor(-1), "r"));
 }
 
 TEST(DirectoryOver, ClosesADescriptorThatIsNoDirectory) {
@@ -73,11 +74,8 @@ TEST(DirectoryOver, ClosesADescriptorThatIsNoDirectory) {
   const int number = descriptor.get();
   EXPECT_FALSE(directory_over(std::move(descriptor)));
   EXPECT_FALSE(is_open(number));
+  EXPECT_FALSE(directory_over(Descriptor(-1)));
 }
-
-TEST(StreamOver, IsAbsentWithoutADescriptor) { EXPECT_FALSE(stream_over(Descriptor(-1), "r")); }
-
-TEST(DirectoryOver, IsAbsentWithoutADescriptor) { EXPECT_FALSE(directory_over(Descriptor(-1))); }
 
 } // namespace
 
