@@ -1,9 +1,9 @@
-"""What every test here may ask for by name. Where no namespaces can be made, none of these tests can run: they are
-skipped, and say why once; with CI set that is a failure.
-"""
+"""What every test here may ask for by name. Where no namespaces can be made, the tests are skipped with the reason, and
+fail under CI."""
 
 import os
 import shutil
+from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
@@ -25,8 +25,7 @@ def pytest_sessionstart(session):
 @pytest.fixture(scope="session")
 def installed_tool(tmp_path_factory) -> Path:
     """A copy of the tool on the machines' own file system, where they can link to it."""
-    tool = tmp_path_factory.mktemp("tool") / "nebulark-ctl"
-    return Path(shutil.copy2(BUILT, tool))
+    return shutil.copy2(BUILT, tmp_path_factory.mktemp("tool") / "nebulark-ctl")
 
 
 @pytest.fixture
@@ -40,8 +39,8 @@ def cache(machine) -> Cache:
 
 
 @pytest.fixture
-def polkit(machine):
-    """Gives the machine a pkexec that does what it is for: it runs its words as root, without asking."""
+def polkit(machine) -> Iterator[None]:
+    """Gives the machine a pkexec that runs its words as root, without asking."""
     become_root = machine.bin / "become-root"
     shutil.copy("/usr/bin/setpriv", become_root)
     become_root.chmod(0o4755)
@@ -60,7 +59,9 @@ def desk(machine) -> Desk:
 
 @pytest.fixture(scope="session")
 def built_page() -> Path:
-    """Skips, or under CI fails, every test where the page was not built."""
     if not PAGE.exists():
-        (pytest.fail if "CI" in os.environ else pytest.skip)(f"there is no {PAGE}: was mandoc there when it was built?")
+        reason = f"there is no {PAGE}: was mandoc there when it was built?"
+        if "CI" in os.environ:
+            pytest.fail(reason)
+        pytest.skip(reason)
     return PAGE

@@ -6,23 +6,16 @@ import subprocess
 import pytest
 from machine import BUILT
 
+pytestmark = pytest.mark.skipif(BUILT.parent.name != "release", reason="speaks of the release build alone")
+
 
 def readelf(*options: str) -> str:
     done = subprocess.run(["readelf", "--wide", *options, BUILT], capture_output=True, text=True, check=True)
     return done.stdout
 
 
-@pytest.fixture(autouse=True)
-def release_build():
-    if BUILT.parent.name != "release":
-        pytest.skip("speaks of the release build alone")
-
-
-def test_is_a_position_independent_executable():
+def test_is_position_independent_and_read_only_once_it_has_started():
     assert re.search(r"Type: +DYN \(Position-Independent Executable file\)", readelf("--file-header"))
-
-
-def test_binds_its_symbols_at_the_start_and_write_protects_them():
     assert re.search(r"\(FLAGS_1\) +Flags: NOW PIE", readelf("--dynamic"))
     assert "GNU_RELRO" in readelf("--program-headers")
 
@@ -38,6 +31,6 @@ def test_needs_libc_alone():
     assert [name for name in needed if not name.startswith("ld-linux")] == ["libc.so.6"]
 
 
-def test_has_no_static_initialiser_of_its_own():
+def test_has_no_static_initialiser():
     names = re.findall(r"_GLOBAL__sub_I_\S+", readelf("--syms"))
     assert [name for name in names if "nebulark" in name or "main" in name] == []

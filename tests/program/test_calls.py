@@ -1,19 +1,22 @@
-"""All that the tool asks of the kernel, call by call, but for what the C library does for itself.
+"""Every system call of a run, except those of the C library for itself.
 
-A tool that does no more than it says makes no call that is not listed here. None forces data to disk, locks, sleeps,
-handles a signal, changes the directory or the umask, tidies up after a failure, or looks where nobody sent it.
+A tool that does no more than it says makes no other call: it does not force data to disk, lock, sleep, handle a signal,
+change the directory or the umask, or tidy up after a failure.
 """
 
 import re
 
 import pytest
-from cache import CACHE, FITS, PHOTO
-from tracing import Traced, counts_lines, is_sanitized, strace
+from cache import CACHE, CLEAR, FITS, HOME, PHOTO
+from texts import PATH
+from tracing import COUNTS_LINES, SANITIZED, Traced, strace
 
 MEMORY = {"brk", "getrandom", "mmap", "mprotect", "munmap"}
 STARTING = {"execve", "arch_prctl", "prlimit64", "rseq", "set_robust_list", "set_tid_address"}
 LIBRARIES = ("/etc/ld.so.", "/lib", "/usr/lib")
 STATE_OF_A_DESCRIPTOR = r"""\d+<.*>, ("", \{|F_GETFL\b|F_SETFD, FD_CLOEXEC\))"""
+
+pytestmark = pytest.mark.skipif(SANITIZED or COUNTS_LINES, reason="this build makes calls of its own")
 
 
 def is_the_c_librarys(traced: Traced) -> bool:
@@ -22,98 +25,83 @@ def is_the_c_librarys(traced: Traced) -> bool:
     return known or re.match(STATE_OF_A_DESCRIPTOR, traced.words) is not None
 
 
-def told(traced: Traced) -> str:
-    subject = traced.call.subject.removeprefix("/usr/share/nebulark/").removeprefix(f"{CACHE}/")
-    return f"{traced.call.name} {subject}".rstrip()
-
-
-READ = ["openat preferences.conf", "read preferences.conf", "read preferences.conf", "close preferences.conf"]
-NOT_READ = ["openat preferences.conf"]
-SEE_THAT_IT_IS_WRITABLE = ["access preferences.conf"]
-SEE_THAT_IT_IS_NOT = ["access preferences.conf", "access preferences.conf"]
-SEE_THAT_IT_IS_ABSENT = [*SEE_THAT_IT_IS_NOT, "access /usr/share/nebulark"]
-WRITE = ["mkdir /usr/share/nebulark", "openat preferences.conf.tmp", "write preferences.conf.tmp",
-         "close preferences.conf.tmp", "chmod preferences.conf.tmp", "rename preferences.conf.tmp"]  # fmt: skip
-ELEVATE = ["geteuid", "access /usr/bin/pkexec", "readlink /proc/self/exe", "clone", "wait4"]
-SAY, COMPLAIN = ["write stdout"], ["write stderr"]
-
-PROBE = ["openat normal/m31.png", "preadv2 normal/m31.png", "close normal/m31.png"]
-STATUS = ["newfstatat normal/m31.png"]
-JUDGE = ["openat normal/m31.png", "pread64 normal/m31.png", "close normal/m31.png"]
-DELETE = ["unlink normal/m31.png"]
-OTHER_SIZES = ["openat large", "openat x-large", "openat xx-large", "openat fail"]
-
-
-def walk(*calls: str) -> list[str]:
-    listing = ["getdents64 normal", *calls, "getdents64 normal"]
-    return ["openat normal", *listing, "close normal", *OTHER_SIZES, *SAY]
-
-
-def file_there(machine, cache):
-    machine.prefs.write_text("cfa=color\n")
-
-
-def nothing_there(machine, cache):
-    pass
-
-
-def pkexec_there(machine, cache):
-    machine.prefs.write_text("cfa=color\n")
-    machine.pkexec("#!/bin/sh\n")
-
-
-def directory_in_the_way(machine, cache):
-    machine.prefs.mkdir()
-
-
-def no_directory(machine, cache):
-    machine.prefs.parent.rmdir()
-
-
-def thumbnail(content: bytes):
-    return lambda machine, cache: cache.put(content, "normal/m31.png")
+def calls(machine, words: list[str], user: str, *options: str) -> list[str]:
+    """In these F is the preferences file, and T a thumbnail."""
+    with strace(machine) as inside:
+        _, trace = inside.run(words, user, options, HOME)
+    told = [" ".join(filter(None, each.call[:2])) for each in trace if not is_the_c_librarys(each)]
+    return [each.replace(PATH.decode(), "F").replace(f"{CACHE}/normal/m31.png", "T") for each in told]
 
 
 SET_MONO = ["--set", "cfa=mono"]
-CLEAR = ["--clear-thumb-cache"]
+SAY, COMPLAIN = ["write stdout"], ["write stderr"]
+READ = ["openat F", "read F", "read F", "close F"]
+READ_DIRECTORY = ["openat F", "read F", "close F"]
+WRITABLE, NOT_WRITABLE = ["access F"], ["access F", "access F"]
+ABSENT = ["openat F", "access F", "access F", "access /usr/share/nebulark"]
+WRITE = ["mkdir /usr/share/nebulark", "openat F.tmp", "write F.tmp", "close F.tmp", "chmod F.tmp", "rename F.tmp"]
+ELEVATE = ["geteuid", "access /usr/bin/pkexec", "readlink /proc/self/exe", "clone", "wait4"]
+PROBE = ["openat T", "preadv2 T", "close T"]
+STATUS, DELETE = ["newfstatat T"], ["unlink T"]
+JUDGE = ["openat T", "pread64 T", "close T"]
+OTHER_SIZES = [f"openat {CACHE}/{size}" for size in ("large", "x-large", "xx-large", "fail")]
+NORMAL = f"{CACHE}/normal"
+
+
+def walk(*about_the_thumbnail: str) -> list[str]:
+    listing = [f"getdents64 {NORMAL}", *about_the_thumbnail, f"getdents64 {NORMAL}"]
+    return [f"openat {NORMAL}", *listing, f"close {NORMAL}", *OTHER_SIZES, *SAY]
+
+
+PREPARE = {
+    "nothing": lambda machine, cache: None,
+    "a file": lambda machine, cache: machine.prefs.write_text("cfa=color\n"),
+    "a directory as file": lambda machine, cache: machine.prefs.mkdir(),
+    "no directory": lambda machine, cache: machine.prefs.parent.rmdir(),
+    "FITS": lambda machine, cache: cache.put(FITS, "normal/m31.png"),
+    "a photo": lambda machine, cache: cache.put(PHOTO, "normal/m31.png"),
+}
 RUNS = {
-    "no command word": (nothing_there, "root", [], COMPLAIN),
-    "help": (nothing_there, "root", ["--help"], COMPLAIN),
-    "unknown command": (nothing_there, "root", ["x"], [*COMPLAIN, *COMPLAIN]),
-    "version": (nothing_there, "root", ["--version"], SAY),
-    "prefs": (file_there, "root", ["--prefs"], [*READ, *SEE_THAT_IT_IS_WRITABLE, *SAY]),
-    "prefs of another": (file_there, "ann", ["--prefs"], [*READ, *SEE_THAT_IT_IS_NOT, *SAY]),
-    "prefs without a file": (nothing_there, "root", ["--prefs"], [*NOT_READ, *SEE_THAT_IT_IS_ABSENT, *SAY]),
-    "set without a word": (file_there, "root", ["--set"], COMPLAIN),
-    "rejected word": (file_there, "root", [*SET_MONO, "x"], [*READ, *COMPLAIN]),
-    "save": (file_there, "root", SET_MONO, [*READ, *SEE_THAT_IT_IS_WRITABLE, *WRITE, *SAY]),
-    "first save": (nothing_there, "root", SET_MONO, [*NOT_READ, *SEE_THAT_IT_IS_ABSENT, *WRITE, *SAY]),
-    "save that fails": (
-        directory_in_the_way,
-        "root",
-        SET_MONO,
-        ["openat preferences.conf", "read preferences.conf", "close preferences.conf", *SEE_THAT_IT_IS_WRITABLE,
-         *WRITE, *COMPLAIN],
-    ),
-    "root without a directory": (
-        no_directory,
-        "root",
-        SET_MONO,
-        [*NOT_READ, *SEE_THAT_IT_IS_ABSENT, *SAY, "geteuid", *COMPLAIN],
-    ),
-    "elevation": (pkexec_there, "ann", SET_MONO, [*READ, *SEE_THAT_IT_IS_NOT, *SAY, *ELEVATE, *READ, *SAY]),
-    "clearing without a cache": (nothing_there, "ann", CLEAR, ["openat normal", *OTHER_SIZES, *SAY]),
-    "clearing": (thumbnail(FITS), "ann", CLEAR, walk(*PROBE, *STATUS, *JUDGE, *DELETE)),
-    "clearing of another's": (thumbnail(PHOTO), "ann", CLEAR, walk(*PROBE, *STATUS, *JUDGE)),
-    "clearing of all": (thumbnail(PHOTO), "ann", [*CLEAR, "--all"], walk(*STATUS, *DELETE)),
-}  # fmt: skip
+    "no command word": ("nothing", "root", [], COMPLAIN),
+    "help": ("nothing", "root", ["--help"], COMPLAIN),
+    "unknown command": ("nothing", "root", ["x"], COMPLAIN + COMPLAIN),
+    "version": ("nothing", "root", ["--version"], SAY),
+    "prefs": ("a file", "root", ["--prefs"], READ + WRITABLE + SAY),
+    "prefs of another": ("a file", "ann", ["--prefs"], READ + NOT_WRITABLE + SAY),
+    "prefs without a file": ("nothing", "root", ["--prefs"], ABSENT + SAY),
+    "set without a word": ("a file", "root", ["--set"], COMPLAIN),
+    "rejected word": ("a file", "root", [*SET_MONO, "x"], READ + COMPLAIN),
+    "save": ("a file", "root", SET_MONO, READ + WRITABLE + WRITE + SAY),
+    "first save": ("nothing", "root", SET_MONO, ABSENT + WRITE + SAY),
+    "save that fails": ("a directory as file", "root", SET_MONO, READ_DIRECTORY + WRITABLE + WRITE + COMPLAIN),
+    "root without a directory": ("no directory", "root", SET_MONO, ABSENT + SAY + ELEVATE[:1] + COMPLAIN),
+    "elevation": ("a file", "ann", SET_MONO, READ + NOT_WRITABLE + SAY + ELEVATE + READ + SAY),
+    "clearing without a cache": ("nothing", "ann", CLEAR, [f"openat {NORMAL}", *OTHER_SIZES, *SAY]),
+    "clearing": ("FITS", "ann", CLEAR, walk(*PROBE, *STATUS, *JUDGE, *DELETE)),
+    "clearing of another's": ("a photo", "ann", CLEAR, walk(*PROBE, *STATUS, *JUDGE)),
+    "clearing of all": ("a photo", "ann", [*CLEAR, "--all"], walk(*STATUS, *DELETE)),
+}
 
 
-@pytest.mark.parametrize("prepare, user, words, calls", RUNS.values(), ids=RUNS)
-def test_makes_these_calls_and_no_others(machine, cache, installed_tool, prepare, user, words, calls):
-    if is_sanitized(installed_tool) or counts_lines(installed_tool):
-        pytest.skip("what this build has besides the tool makes calls of its own")
-    prepare(machine, cache)
-    with strace(machine) as inside:
-        _, trace = inside.run(words, user, env={"HOME": "/home/ann"})
-    assert [told(each) for each in trace if not is_the_c_librarys(each)] == [*calls, "exit_group"]
+@pytest.mark.parametrize("there, user, words, expected", RUNS.values(), ids=RUNS)
+def test_makes_these_calls_and_no_others(machine, cache, there, user, words, expected):
+    machine.pkexec("#!/bin/sh\n")
+    PREPARE[there](machine, cache)
+    assert calls(machine, words, user) == [*expected, "exit_group"]
+
+
+@pytest.mark.parametrize(
+    "mode, fault, reached",
+    [
+        (0o644, "none:retval=0", 2),
+        (0o755, "readlink,readlinkat:error=EACCES", 3),
+        (0o755, "readlink,readlinkat:retval=0", 3),
+        (0o755, "clone,clone3,fork:error=EAGAIN", 4),
+        (0o755, "wait4:error=EINTR", 5),
+    ],
+    ids=["pkexec cannot be run", "own path cannot be read", "own path is empty", "no fork", "interrupted wait"],
+)
+def test_elevation_goes_no_further_than_it_can(machine, mode, fault, reached):
+    machine.pkexec("#!/bin/sh\n", mode)
+    expected = ABSENT + SAY + ELEVATE[:reached] + COMPLAIN
+    assert calls(machine, SET_MONO, "ann", "-e", f"inject={fault}") == [*expected, "exit_group"]

@@ -1,23 +1,11 @@
 """--clear-thumb-cache on files whose size, time or inode number needs more than 32 bits, and on more than 65,535."""
 
 import pytest
-from cache import CACHE, FITS, PHOTO, report, report_all
-
-GIB = 1 << 30
-THUMBNAILS = ["harbour.png", "m31.png"]
-MODES = pytest.mark.parametrize(
-    "words, result, survivors",
-    [([], report(1, 1), THUMBNAILS[:1]), (["--all"], report_all(2), [])],
-    ids=["default", "all"],
-)
+from cache import CACHE, CLEAR, FITS, HOME, PHOTO, clearing, report, report_all
+from machine import around
 
 # A file system that takes every size and time, whatever there is outside.
-TMPFS = f"""
-    mount -t tmpfs tmpfs /mnt
-    cp -a /home/ann /mnt
-    mount --move /mnt /home
-    cd {CACHE}/normal
-"""
+TMPFS = f"mount -t tmpfs tmpfs /mnt; cp -a /home/ann /mnt; mount --move /mnt /home; cd {CACHE}/normal"
 
 # An overlay of two file systems marks the inode numbers of the lower one in their highest bits.
 OVERLAY = f"""
@@ -30,83 +18,50 @@ OVERLAY = f"""
 """
 
 
-class Clearing:
-    """A run on a cache with one thumbnail of each kind, after a script has changed something about them.
-
-    outcome    is what comes of the run
-    numbers    is what stat told of the thumbnails before it, by this format
-    survivors  is what the run left
-    """
-
-    def __init__(self, machine, cache, words, prepare: str, format: str):
+@pytest.fixture
+def clear(machine, cache):
+    def clear(*words: str, prepare: str):
+        """Clears a cache with a thumbnail of each kind. Gives the outcome and what is left."""
         cache.put(PHOTO, "normal/harbour.png")
         cache.put(FITS, "normal/m31.png")
-        script = f"""
-            {prepare}
-            stat -c {format} * >/usr/share/numbers
-            "$@"
-            status=$?
-            ls >/usr/share/survivors
-            exit $status
-        """
-        self.outcome = machine.run("--clear-thumb-cache", *words, user="ann", env={"HOME": "/home/ann"}, script=script)
-        self.numbers = [int(word) for word in (machine.share / "numbers").read_text().split()]
-        self.survivors = (machine.share / "survivors").read_text().split()
+        script = around(prepare, "ls >/usr/share/survivors")
+        outcome = machine.run(*CLEAR, *words, user="ann", env=HOME, script=script)
+        return outcome, (machine.share / "survivors").read_text().split()
+
+    return clear
 
 
-@MODES
-@pytest.mark.parametrize("size", [2 * GIB, 3 * GIB, 4 * GIB, 4 * GIB + 1])
-def test_files_of_gigabytes_are_cleared_as_small_ones(machine, cache, size, words, result, survivors):
-    run = Clearing(machine, cache, words, f"{TMPFS} truncate -s {size} *", "%s")
-    assert run.numbers == [size, size]
-    assert (run.outcome, run.survivors) == (result, survivors)
+def only(number: int) -> range:
+    return range(number, number + 1)
 
 
-# The last second of 32 bits is in January of 2038, and in February of 2106 if it has no sign. The first one is in 1901.
-@MODES
-@pytest.mark.parametrize(
-    "seconds",
-    [1 << 31, 2208988800, 1 << 32, 0, -1, -(1 << 31) - 1],
-    ids=["2038", "2040", "2106", "1970", "1969", "1901"],
-)
-def test_files_of_any_year_are_cleared_as_others(machine, cache, seconds, words, result, survivors):
-    run = Clearing(machine, cache, words, f"{TMPFS} touch -d @{seconds} . *", "%Y")
-    assert run.numbers == [seconds, seconds]
-    assert (run.outcome, run.survivors) == (result, survivors)
+# What is done to the thumbnails, and what stat then tells. The last second of 32 bits is in 2038, and in 2106 if it has
+# no sign; the first one is in 1901.
+CHANGES = {
+    "2 GiB": (f"{TMPFS}; truncate -s 2G *", "%s", only(1 << 31)),
+    "4 GiB and a byte": (f"{TMPFS}; truncate -s {(1 << 32) + 1} *", "%s", only((1 << 32) + 1)),
+    "2106": (f"{TMPFS}; touch -d @{1 << 32} . *", "%Y", only(1 << 32)),
+    "2038": (f"{TMPFS}; touch -d @{1 << 31} . *", "%Y", only(1 << 31)),
+    "1970": (f"{TMPFS}; touch -d @0 . *", "%Y", only(0)),
+    "1901": (f"{TMPFS}; touch -d @{-(1 << 31) - 1} . *", "%Y", only(-(1 << 31) - 1)),
+    "inode numbers": (OVERLAY, "%i", range(1 << 32, 1 << 64)),
+}
 
 
-@MODES
-def test_files_with_a_long_inode_number_are_cleared_as_others(machine, cache, words, result, survivors):
-    run = Clearing(machine, cache, words, OVERLAY, "%i")
-    assert [number >= 1 << 32 for number in run.numbers] == [True, True]
-    assert (run.outcome, run.survivors) == (result, survivors)
+@clearing((report(1, 1), ["harbour.png"]), (report_all(2), []))
+@pytest.mark.parametrize("change, format, expected", CHANGES.values(), ids=CHANGES)
+def test_large_numbers_change_nothing(machine, clear, change, format, expected, words, result):
+    assert clear(*words, prepare=f"{change}\nstat -c {format} * >/usr/share/numbers") == result
+    numbers = [int(word) for word in (machine.share / "numbers").read_text().split()]
+    assert [number in expected for number in numbers] == [True, True]
 
 
-# Many names of two files, which are soon made: each of them is a thumbnail to the tool.
 MANY = 65536
-NAME = f"""
-import os
-for number in range({MANY}):
-    os.link("m31.png", f"m{{number}}")
-    os.link("harbour.png", f"h{{number}}")
-"""
+LINK = f"for n in range({MANY}): os.link('m31.png', f'm{{n}}'); os.link('harbour.png', f'h{{n}}')"
 
 
-@pytest.mark.parametrize("all", [False, True], ids=["default", "all"])
-def test_more_files_than_16_bits_can_count_are_counted(machine, cache, all):
-    cache.put(PHOTO, "normal/harbour.png")
-    cache.put(FITS, "normal/m31.png")
-    script = f"""
-        {TMPFS}
-        mount -o remount,nr_inodes=0 /home
-        /usr/bin/python3 -c '{NAME}'
-        "$@"
-        status=$?
-        ls | wc -l >/usr/share/survivors
-        exit $status
-    """
-    words = ["--all"] * all
-    run = machine.run("--clear-thumb-cache", *words, user="ann", env={"HOME": "/home/ann"}, script=script)
-    left = 0 if all else MANY + 1
-    assert run == (report_all(2 * MANY + 2) if all else report(MANY + 1, left))
-    assert int((machine.share / "survivors").read_text()) == left
+@clearing(report(MANY + 1, MANY + 1), report_all(2 * MANY + 2))
+def test_more_files_than_16_bits_can_count_are_counted(clear, words, result):
+    prepare = f'{TMPFS}; mount -o remount,nr_inodes=0 /home; /usr/bin/python3 -c "import os\n{LINK}"'
+    outcome, there = clear(*words, prepare=prepare)
+    assert (outcome, len(there)) == (result, 0 if words else MANY + 1)

@@ -1,34 +1,32 @@
-"""What the other tests rest on: that a run sees its own machine, and that the real one never sees the run."""
+"""What the other tests rest on: a run sees its own machine, and the real one never sees the run."""
 
 import os
 import subprocess
 
 import pytest
-from machine import SUPPORT, sandbox
+from machine import SUPPORT, Outcome, sandbox
 
 
-def outcome(done) -> tuple[int, bytes, bytes]:
-    return done.returncode, done.stdout, done.stderr
-
-
-def private(script: str, *words) -> subprocess.CompletedProcess:
-    """Runs a shell script in a mount namespace in which the sandboxes that it starts find the real machine."""
+def private(script: str, *words) -> Outcome:
+    """Runs a shell script in a mount namespace, where the sandboxes that it starts find the real machine."""
     command = [SUPPORT / "private", "sh", "-euc", script, "sh", *words]
-    return subprocess.run(command, cwd="/", capture_output=True, timeout=60)
+    done = subprocess.run(command, cwd="/", capture_output=True, timeout=60)
+    return Outcome(done.returncode, done.stdout, done.stderr)
 
 
 def test_directories_of_the_machine_take_the_place_of_the_real_ones(machine):
     (machine.bin / "nebulark-ctl").unlink()
     machine.pkexec("#!/bin/sh\necho own pkexec\n")
     done = sandbox(machine.root, "sh", "-c", "find /usr/share /home; pkexec; test -x /usr/bin/env; exit $(($? + 7))")
-    assert outcome(done) == (7, b"/usr/share\n/usr/share/nebulark\n/home\n/home/ann\nown pkexec\n", b"")
+    found = b"/usr/share\n/usr/share/nebulark\n/home\n/home/ann\nown pkexec\n"
+    assert (done.returncode, done.stdout, done.stderr) == (7, found, b"")
 
 
 @pytest.mark.skipif(not os.path.lexists("/usr/bin/pkexec"), reason="there is none")
 def test_pkexec_of_the_real_machine_is_hidden(machine):
     done = sandbox(machine.root, "ls", "/usr/bin/pkexec", "/usr/bin/nebulark-ctl")
     said = b"ls: cannot access '/usr/bin/pkexec': No such file or directory\n"
-    assert outcome(done) == (2, b"/usr/bin/nebulark-ctl\n", said)
+    assert (done.returncode, done.stdout, done.stderr) == (2, b"/usr/bin/nebulark-ctl\n", said)
 
 
 @pytest.mark.parametrize("missing", ["share", "bin", "home"])
@@ -47,7 +45,7 @@ def test_no_mount_shows_outside(machine):
         cmp "$2/before" "$2/meanwhile"
         cmp "$2/before" /proc/self/mountinfo
     """
-    assert outcome(private(script, SUPPORT / "sandbox", machine.root)) == (0, b"", b"")
+    assert private(script, SUPPORT / "sandbox", machine.root) == (0, b"", b"")
 
 
 def test_nothing_runs_where_the_root_directory_is_not_a_mount_point(machine):
@@ -60,5 +58,4 @@ def test_nothing_runs_where_the_root_directory_is_not_a_mount_point(machine):
         chroot root /private echo ran
     """
     reason = b"the root directory is not a mount point, as in a plain chroot; bind it onto itself before entering"
-    done = private(script, SUPPORT / "private", machine.root)
-    assert outcome(done) == (125, b"", b"private: " + reason + b"\n")
+    assert private(script, SUPPORT / "private", machine.root) == (125, b"", b"private: " + reason + b"\n")

@@ -1,16 +1,24 @@
-"""A thumbnail cache on a machine of the tests' own, and what clearing it prints."""
+"""A thumbnail cache on a machine, and what clearing it prints."""
 
 import os
 import stat
 from pathlib import Path
 
 import png
+import pytest
 from machine import ANN, Machine, Outcome
 
 FITS = png.thumbnail("file:///home/ann/Pictures/m31.fits")
 PHOTO = png.thumbnail("file:///home/ann/Pictures/harbour.jpg")
 
 CACHE = "/home/ann/.cache/thumbnails"  # as the tool sees it
+HOME = {"HOME": "/home/ann"}
+CLEAR = ["--clear-thumb-cache"]
+
+
+def clearing(by_default, with_all):
+    """Runs a test with and without --all, each with its result."""
+    return pytest.mark.parametrize("words, result", [([], by_default), (["--all"], with_all)], ids=["default", "all"])
 
 
 def report(removed: int, left: int = 0, place: str = CACHE) -> Outcome:
@@ -41,7 +49,7 @@ class Cache:
         return Path(os.path.normpath(self.path / name))
 
     def directory(self, name: str | Path, mode: int = 0o700) -> Path:
-        """Makes a directory, with those above it, for ann; the mode is that of the last one."""
+        """Makes a directory of this mode, and its parents, for ann."""
         path = self.at(name)
         for missing in [each for each in (path, *path.parents) if not each.exists()][::-1]:
             missing.mkdir()
@@ -49,36 +57,31 @@ class Cache:
         path.chmod(mode)
         return path
 
-    def put(self, content: bytes, *names: str, mode: int = 0o600):
+    def put(self, content: bytes, *names: str):
         """Makes files, and the directories that they need, for ann."""
         for path in map(self.at, names):
             if not path.parent.exists():
                 self.directory(path.parent)
             path.write_bytes(content)
-            path.chmod(mode)
             os.chown(path, ANN, ANN)
 
-    def clear(self, *words: str | bytes, user="ann", env={"HOME": "/home/ann"}, **how) -> tuple[Outcome, set[str]]:
-        """Runs the command. Gives its outcome and what it deleted: names below the cache, or else below /home.
-
-        Whatever else there is in /home has to be as it was, or this fails.
-        """
+    def clear(self, *words: str, user="ann", env=HOME, **how) -> tuple[Outcome, set[str]]:
+        """Clears, and fails if anything in /home changed but what was deleted. Gives the outcome and the names of the
+        deleted files, below the cache or else below /home."""
         before = snapshot(self.machine.home)
-        outcome = self.machine.run("--clear-thumb-cache", *words, user=user, env=env, **how)
+        outcome = self.machine.run(*CLEAR, *words, user=user, env=env, **how)
         after = snapshot(self.machine.home)
         gone = before.keys() - after.keys()
         assert after == {name: state for name, state in before.items() if name not in gone}
         return outcome, {name.removeprefix("ann/.cache/thumbnails/") for name in gone}
 
 
-def snapshot(top: Path) -> dict[str, tuple]:
-    """All that is below a directory, however deep, with what tells whether it is still the same."""
+def snapshot(top: Path) -> dict[str, tuple[int, ...]]:
+    """All entries below a directory, however deep, and what changes with them."""
     found = {}
     for directory, subdirectories, others, fd in os.fwalk(top):
         for name in (*subdirectories, *others):
             status = os.lstat(name, dir_fd=fd)
-            same = status.st_mode, status.st_uid, status.st_ino
-            if not stat.S_ISDIR(status.st_mode):
-                same += status.st_nlink, status.st_size, status.st_mtime_ns
-            found[f"{directory}/{name}"[len(f"{top}/") :]] = same
+            of_a_file = (status.st_nlink, status.st_size, status.st_mtime_ns) * (not stat.S_ISDIR(status.st_mode))
+            found[f"{directory}/{name}"[len(f"{top}/") :]] = (status.st_mode, status.st_uid, status.st_ino, *of_a_file)
     return found

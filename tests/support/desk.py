@@ -9,7 +9,7 @@ from pathlib import Path
 
 import pexpect
 
-from machine import ANN, BECOME, PROJECT, SUPPORT, Machine
+from machine import ANN, BECOME, PATHS, PROJECT, SUPPORT, Machine
 
 SOURCE = PROJECT / "data/polkit/nebulark.ctl.policy.in"
 ACTION = b"nebulark.ctl.set-preferences"
@@ -23,7 +23,7 @@ SERVICES = [
     "polkit-1/rules.d/50-default.rules",
 ]
 
-# The administrator, by polkit's default rule, is whoever is in the group sudo.
+# By polkit's default rule the administrators are the group sudo.
 ADMIN = 1001
 PASSWORD = "sesame"
 PASSWORD_HASH = "$6$nebulark$pSArLNX2lMV0U3/tv.cnXf6hTos1rcrMz..UtR5k8Z5N2bbkrBA0emrfP0kAAKc2eaOqHNnsjGw7TJr7cdFu31"
@@ -37,9 +37,8 @@ ETC = {
     "pam.d/common-session-noninteractive": "session required pam_unix.so\n",
 }
 
-# Run by sh, as root, as process 1 of a namespace of processes, so that whatever it starts ends with it. A place that is
-# a mount point may be shared with the outside, even in a mount namespace, until it is made private. The bus starts
-# polkitd by itself when somebody first calls it.
+# Run by sh, as root and as process 1 of a namespace, so that all processes end with it. A mount point may be shared
+# with the outside until it is made private. The bus starts polkitd.
 BOOT = """
 set -eu
 etc=$1 session=$2 times=$3
@@ -58,8 +57,8 @@ for time in $(seq $times); do "$@" || status=$?; done
 exit $status
 """
 
-# A login session exists when logind says so, which needs an init system. What polkitd reads of one, in logind's files
-# and in the control group of the process, is therefore written down in its place: session c1 is ann's.
+# A session exists when logind says so, which needs an init system. polkitd reads logind's files and the process's
+# control group: these are written here. Session c1 is ann's.
 SESSION = """
 mount -t tmpfs tmpfs /sys
 mkdir -p /sys/fs/cgroup /run/systemd/seats /run/systemd/sessions /run/systemd/users /run/systemd/machines
@@ -71,9 +70,8 @@ echo STATE={state} >/run/systemd/users/{user}
 """
 IN_SESSION = ["sh", "-c", 'mount --bind /run/cgroup /proc/$$/cgroup; exec "$@"', "sh"]
 
-# Where there is no desktop, an agent has to be started for the one process that starts pkexec: here for this sh, or for
-# the tool that takes its place. It closes the descriptor when polkit knows of it, for which sh waits, and lives on in
-# the background. The exit keeps sh from making way for its last command.
+# Without a desktop, an agent is started for the one process that starts pkexec: this sh, or the tool that replaces it.
+# sh waits until polkit knows the agent, which then closes the descriptor. The exit keeps sh from replacing itself.
 START_AGENT = ': "$(pkttyagent --process $$ --notify-fd 3 3>&1 >/dev/tty 2>&1 &)"\n'
 BECOME_THE_COMMAND = START_AGENT + 'exec "$@"'
 RUN_THE_COMMAND = START_AGENT + '"$@"; exit'
@@ -97,7 +95,7 @@ class Desk:
         for name, text in ETC.items():
             write(self.etc / name, text)
         self.rules.mkdir(parents=True)
-        for name in ("messagebus", "polkitd"):  # whom files outside /etc belong to: as on the real machine
+        for name in ("messagebus", "polkitd"):  # they own files outside /etc
             user = pwd.getpwnam(name)
             with open(self.etc / "passwd", "a") as passwd, open(self.etc / "group", "a") as group:
                 passwd.write(f"{name}:x:{user.pw_uid}:{user.pw_gid}::/:/usr/sbin/nologin\n")
@@ -113,24 +111,23 @@ class Desk:
         self,
         *command: str,
         keys: Sequence[str] = (),
-        shell: str = BECOME_THE_COMMAND,
+        shell=BECOME_THE_COMMAND,
         session: Mapping[str, str] = {},
-        times: int = 1,
+        times=1,
     ) -> tuple[int, bytes]:
-        """Runs a command in ann's name and gives its status, and all that the terminal showed but for its colours.
+        """Runs a command as ann. Gives its status and what the terminal showed, without colours.
 
-        keys     what she types at each password prompt in turn; at any further one she presses Ctrl-C
-        shell    starts the agent, and then the command, which is "$@"
-        session  the seat (empty: none) of the session that she is in, and her state as a user; {}: she is in no session
-        times    how often all this is done, one after another
+        keys     what she types at each password prompt; at a further one she presses Ctrl-C
+        shell    starts the agent and the command, which is "$@"
+        session  the seat ("" for none) of her session, and her state as a user; {} for no session
+        times    how often all this is done
         """
         boot = ["unshare", "--pid", "--fork", "--kill-child", "sh", "-c", BOOT, "sh", self.etc]
         login = [SESSION.format(user=ANN, **session), times, *IN_SESSION] if session else ["", times]
-        # A test in the background ignores Ctrl-C, and Python the signal of the limit on file size. Ann ignores neither.
+        # A test in the background ignores Ctrl-C, and Python a limit on file size. Ann ignores neither.
         user = [*BECOME["ann"], "env", "-i", "--default-signal", "PATH=/usr/bin", "sh", "-c", shell, "sh"]
         arguments = map(str, [self.machine.root, *boot, *login, *user, *command])
-        path = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
-        with pexpect.spawn(str(SUPPORT / "sandbox"), list(arguments), cwd="/", env=path, timeout=60) as terminal:
+        with pexpect.spawn(str(SUPPORT / "sandbox"), list(arguments), cwd="/", env=PATHS, timeout=60) as terminal:
             terminal.logfile_read = shown = io.BytesIO()
             terminal.delaybeforesend = None
             left = iter(keys)

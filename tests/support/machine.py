@@ -1,17 +1,16 @@
-"""Machines of the tests' own, and runs of the built tool on them.
+"""Machines for tests, and runs of the built tool on them.
 
-A machine is a directory that stands in for /usr/share, what differs in /usr/bin, and /home (see `sandbox`). A run
-happens in a mount namespace of its own, in which the tool is /usr/bin/nebulark-ctl and works on its real, fixed paths;
-tests prepare and examine the same files from outside.
+A machine is a directory that stands in for /usr/share, a part of /usr/bin, and /home (see `sandbox`). Each run has a
+private mount namespace, in which the tool works on its real paths; tests prepare and examine the same files outside.
 
     def test_shows_defaults(machine):
         assert machine.run("--prefs") == (0, b"autostretch = on\\n...", b"")
 
-The tool is the file named by NEBULARK_CTL, or else build/release/nebulark-ctl. NEBULARK_EMULATOR is the program that
-runs it, where it is built for another processor.
+NEBULARK_CTL names the tool, or it is build/release/nebulark-ctl. NEBULARK_EMULATOR runs a tool for another processor.
 """
 
 import os
+import stat
 import subprocess
 from collections.abc import Mapping, Sequence
 from pathlib import Path
@@ -24,26 +23,22 @@ PROJECT = SUPPORT.parents[1]
 BUILT = Path(os.environ.get("NEBULARK_CTL", PROJECT / "build/release/nebulark-ctl"))
 TOOL = "/usr/bin/nebulark-ctl"
 
-# What runs the tool where it is built for another processor. Its own files are all real ones: the tool names the C
-# library of that processor, so that qemu need not look for any path in another place.
 EMULATOR = os.environ.get("NEBULARK_EMULATOR", "").split()
 RUN_TOOL = [*EMULATOR, TOOL]
 
 
 def unless_emulated(reason: str):
-    """Marks a test that would say nothing of the tool under qemu, or nothing true."""
+    """Marks a test that would say nothing true of the tool under qemu."""
     return pytest.mark.skipif(bool(EMULATOR), reason=f"under qemu {reason}")
 
 
-os.umask(0o022)  # the machines' directories are for ann too, whoever runs the tests
+os.umask(0o022)  # ann enters the machines' directories too
 
 ANN = 1000  # an ordinary user: her user id and her only group
-BECOME = {
-    "root": [],
-    "ann": ["setpriv", f"--reuid={ANN}", f"--regid={ANN}", "--clear-groups", "--"],
-}
+BECOME: dict[str, list[str]] = {"root": [], "ann": f"setpriv --reuid={ANN} --regid={ANN} --clear-groups --".split()}
 
-# The environment of a run under strace, where a sanitized tool cannot look for leaks.
+PATHS = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
+# Under strace a sanitized tool cannot look for leaks.
 TRACED = {"ASAN_OPTIONS": "detect_leaks=0"}
 
 
@@ -54,17 +49,13 @@ class Outcome(NamedTuple):
 
 
 class Machine:
-    """A machine with the tool installed, the preferences directory empty, no pkexec, and an ordinary user, ann.
-
-    share   is /usr/share
-    prefs   is /usr/share/nebulark/preferences.conf, and prefs_tmp the temporary file beside it
-    bin     is what /usr/bin has besides the real one's programs
-    home    is /home, and ann, in it, belongs to the ordinary user
-    """
+    """A machine with the tool, an empty preferences directory, no pkexec, and an ordinary user, ann."""
 
     def __init__(self, root: Path, tool: Path):
         self.root = root
-        self.share, self.bin, self.home = root / "share", root / "bin", root / "home"
+        self.share = root / "share"  # /usr/share
+        self.bin = root / "bin"  # what /usr/bin has besides the real programs
+        self.home = root / "home"  # /home
         self.ann = self.home / "ann"
         self.prefs = self.share / "nebulark/preferences.conf"
         self.prefs_tmp = self.share / "nebulark/preferences.conf.tmp"
@@ -74,7 +65,6 @@ class Machine:
         os.link(tool, self.bin / "nebulark-ctl")
 
     def pkexec(self, text: str, mode: int = 0o755):
-        """Installs a pkexec: a program text that begins with #!, or whatever the file is to hold."""
         (self.bin / "pkexec").write_text(text)
         (self.bin / "pkexec").chmod(mode)
 
@@ -82,40 +72,54 @@ class Machine:
         self,
         *words: str | bytes,
         user: str = "root",
-        env: Mapping[str | bytes, str | bytes] = {},
+        env: Mapping = {},
         stdin: bytes = b"",
         script: str = 'exec "$@"',
         tool: Sequence[str | bytes] = RUN_TOOL,
     ) -> Outcome:
-        """Runs the tool with these words, as "root" or as "ann", and gives its status and what it wrote.
+        """Runs the tool as "root" or "ann", with env as its whole environment.
 
-        env     is the tool's whole environment
-        script  is run by sh, as root and inside the namespace, and is to run "$@", which is the tool. Here stands what
-                is special about a run, for example
-                    umask 077; exec "$@"
-                    exec "$@" 2>&1                                          both streams in one pipe, err stays empty
-                    exec "$@" >&-                                           standard output closed
-                    mount -o remount,bind,ro /usr/share; exec "$@"          the share directory mounted read-only
-                    exec strace -f -o /home/trace "$@"
-                    "$@"; status=$?; cp -a /tmp/. /home; exit $status       looked at while the namespace still stands
-        tool    is what starts the tool inside, where that is not its plain path; behind EMULATOR, if that is the tool
+        script is run by sh, as root inside the namespace, and runs "$@", the tool:
 
-        The status of sandbox, should it fail, is 125, and of the tool, should it not start, 126 or 127; the tool itself
-        has none of these.
+            exec "$@" 2>&1
+            mount -o remount,bind,ro /usr/share; exec "$@"
+
+        tool is what starts the tool inside. Status 125 is the sandbox's; the tool itself has none from 3 on.
         """
         variables = [b"=".join(map(os.fsencode, pair)) for pair in env.items()]
-        command = [*BECOME[user], "env", "-i", *variables, *tool, *words]
+        command: list[str | bytes] = [*BECOME[user], "env", "-i", *variables, *tool, *words]
         done = sandbox(self.root, "sh", "-c", script, "sh", *command, input=stdin)
         return Outcome(done.returncode, done.stdout, done.stderr)
 
 
+class Entry(NamedTuple):
+    inode: int
+    mode: str
+    owner: int
+    content: bytes | str | None  # a file's bytes, where a link leads
+
+
+def entry(path: Path) -> Entry:
+    status = path.lstat()
+    content = os.readlink(path) if path.is_symlink() else path.read_bytes() if path.is_file() else None
+    return Entry(status.st_ino, stat.filemode(status.st_mode), status.st_uid, content)
+
+
+def entries(directory: Path) -> dict[Path, Entry]:
+    return {path: entry(path) for path in directory.rglob("*")}
+
+
+def around(before: str, after: str) -> str:
+    """A script that runs the tool between two others, and ends with its status."""
+    return f'{before}\n"$@"\nstatus=$?\n{after}\nexit $status'
+
+
 def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedProcess:
-    """Runs a command in a sandbox with these three directories, and in a session of its own, so that a signal to its
-    process group does not reach the tests, nor the signals that they ignore it: those of a test run under nohup or in
-    the background. The time limit only keeps a hang from lasting."""
+    """Runs a command in a sandbox. In a session of its own, so that a signal to its process group spares the tests; it
+    ignores no signal, even where the tests do, as under nohup."""
     return subprocess.run(
         ["/usr/bin/env", "--default-signal", SUPPORT / "sandbox", root, *command],
-        env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"},
+        env=PATHS,
         cwd="/",
         capture_output=True,
         start_new_session=True,
@@ -125,6 +129,5 @@ def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedPro
 
 
 def why_no_sandbox() -> str:
-    """Why there can be none here; "" where there can."""
     done = subprocess.run([SUPPORT / "probe"], stderr=subprocess.PIPE, timeout=60)
     return "" if done.returncode == 0 else os.fsdecode(done.stderr).strip() or f"status {done.returncode}"

@@ -1,8 +1,8 @@
 /* Writes a PNG file of one pixel, with standard input as the text under a keyword, as libpng writes it.
  *
- *     png_writer KEYWORD tEXt|zTXt|iTXt before|behind <TEXT >FILE
+ *     png_writer KEYWORD tEXt|zTXt|iTXt before|after <TEXT >FILE
  *
- * before or behind is where the text stands, seen from the image data. libpng ends the program if it cannot do it. */
+ * The text comes before or after the image data. libpng ends the program if it cannot write it. */
 
 #include <png.h>
 #include <stdio.h>
@@ -21,18 +21,18 @@ int main(int argc, char** argv) {
 
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, NULL, NULL, NULL);
   png_infop before = png_create_info_struct(png);
-  png_infop behind = png_create_info_struct(png);
+  png_infop after = png_create_info_struct(png);
   png_text text = {.compression = compression(argv[2]), .key = argv[1], .text = value};
   text.text_length = fread(value, 1, sizeof value - 1, stdin);
-  png_set_text(png, strcmp(argv[3], "before") == 0 ? before : behind, &text, 1);
+  png_set_text(png, strcmp(argv[3], "before") == 0 ? before : after, &text, 1);
 
   png_init_io(png, stdout);
   png_set_IHDR(png, before, 1, 1, 8, PNG_COLOR_TYPE_RGBA, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                PNG_FILTER_TYPE_DEFAULT);
   png_write_info(png, before);
   png_write_row(png, pixel);
-  png_write_end(png, behind);
-  png_destroy_info_struct(png, &behind);
+  png_write_end(png, after);
+  png_destroy_info_struct(png, &after);
   png_destroy_write_struct(&png, &before);
   return 0;
 }

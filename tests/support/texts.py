@@ -31,17 +31,11 @@ rights. You may be asked for your password.
 COULD_NOT_WRITE = b"nebulark-ctl: could not write " + PATH + b"\n"
 CANNOT_WRITE = b"nebulark-ctl: cannot write " + PATH + b"\n  Try:  sudo nebulark-ctl --set ...\n"
 
-DEFAULTS = {
-    "autostretch": "on",
-    "brightness": "standard",
-    "cfa": "auto",
-    "labelformat": "off",
-    "labelcorner": "bottomright",
-}
+DEFAULTS = dict(autostretch="on", brightness="standard", cfa="auto", labelformat="off", labelcorner="bottomright")
 
 
 def listing(**changed: str) -> bytes:
-    """The five lines for the default preferences with some changed, in the listing's own words."""
+    """The five lines for the defaults with some changed."""
     shown = DEFAULTS | changed
     background = {"darker": "0.15", "standard": "0.25", "brighter": "0.35"}[shown["brightness"]]
     return f"""\
@@ -54,7 +48,7 @@ labelcorner = {shown["labelcorner"]}
 
 
 def stored(**changed: str) -> bytes:
-    """The file that holds what listing() shows for the same words."""
+    """The file that listing() with the same words shows."""
     switch = {"on": "true", "off": "false"}
     lines = [f"{name}={switch.get(word, word)}\n" for name, word in (DEFAULTS | changed).items()]
     head = "# Nebulark rendering preferences, machine wide.\n# Written by nebulark-ctl --set or the settings window.\n"

@@ -6,19 +6,17 @@
     thumbnail.py gnome-failed FILE...        has it note that FILE could not be drawn
 
 SIZE is the name of a size directory. Start it under dbus-run-session, so that the bus, and with it Tumbler, is its own.
-Nothing is printed; a picture that Tumbler cannot draw ends it with the reason.
 """
 
 import sys
 
 import gi
 
-gi.require_version("Gio", "2.0")
-from gi.repository import Gio, GLib  # noqa: E402
+gi.require_versions({"GdkPixbuf": "2.0", "Gio": "2.0", "GnomeDesktop": "4.0"})
+from gi.repository import GdkPixbuf, Gio, GLib, GnomeDesktop  # noqa: E402
 
 TUMBLER = "org.freedesktop.thumbnails.Thumbnailer1"
 TUMBLER_PATH = "/org/freedesktop/thumbnails/Thumbnailer1"
-PATIENCE = 60  # seconds; drawing takes a fraction of one, so this is only there to end a hung run
 
 
 def mime_type(picture):
@@ -29,6 +27,10 @@ def mime_type(picture):
 
 def uri(path):
     return Gio.File.new_for_path(path).get_uri()
+
+
+def modified(path):
+    return Gio.File.new_for_path(path).query_info("time::modified", 0, None).get_attribute_uint64("time::modified")
 
 
 def tumbler(size, *pictures):
@@ -42,52 +44,34 @@ def tumbler(size, *pictures):
         elif signal == "Finished":
             loop.quit()
 
-    def out_of_patience():
-        failures.append("no Finished signal")
-        loop.quit()
-
     bus.signal_subscribe(None, TUMBLER, None, TUMBLER_PATH, None, Gio.DBusSignalFlags.NONE, on_signal)
-    GLib.timeout_add_seconds(PATIENCE, out_of_patience)
     request = ([uri(p) for p in pictures], [mime_type(p) for p in pictures], size, "foreground", 0)
-    bus.call_sync(
-        TUMBLER,
-        TUMBLER_PATH,
-        TUMBLER,
-        "Queue",
-        GLib.Variant("(asasssu)", request),
-        None,
-        Gio.DBusCallFlags.NONE,
-        -1,
-        None,
-    )
+    queue = "Queue", GLib.Variant("(asasssu)", request)
+    bus.call_sync(TUMBLER, TUMBLER_PATH, TUMBLER, *queue, None, Gio.DBusCallFlags.NONE, -1, None)
     loop.run()
     if failures:
         sys.exit("\n".join(failures))
 
 
-def gnome_factory(size):
-    gi.require_version("GnomeDesktop", "4.0")
-    from gi.repository import GnomeDesktop
-
-    sizes = {"normal": GnomeDesktop.DesktopThumbnailSize.NORMAL, "large": GnomeDesktop.DesktopThumbnailSize.LARGE}
-    return GnomeDesktop.DesktopThumbnailFactory.new(sizes[size])
-
-
-def modified(path):
-    return Gio.File.new_for_path(path).query_info("time::modified", 0, None).get_attribute_uint64("time::modified")
-
-
 def gnome(size, picture, drawn):
-    gi.require_version("GdkPixbuf", "2.0")
-    from gi.repository import GdkPixbuf
-
-    gnome_factory(size).save_thumbnail(GdkPixbuf.Pixbuf.new_from_file(drawn), uri(picture), modified(picture))
+    drawing = GdkPixbuf.Pixbuf.new_from_file(drawn)
+    factory(size).save_thumbnail(drawing, uri(picture), modified(picture))
 
 
 def gnome_failed(*files):
     for file in files:
-        gnome_factory("normal").create_failed_thumbnail(uri(file), modified(file))
+        factory("normal").create_failed_thumbnail(uri(file), modified(file))
+
+
+def factory(size):
+    return GnomeDesktop.DesktopThumbnailFactory.new(getattr(GnomeDesktop.DesktopThumbnailSize, size.upper()))
 
 
 if __name__ == "__main__":
-    {"tumbler": tumbler, "gnome": gnome, "gnome-failed": gnome_failed}[sys.argv[1]](*sys.argv[2:])
+    command, *words = sys.argv[1:]
+    if command == "tumbler":
+        tumbler(*words)
+    elif command == "gnome":
+        gnome(*words)
+    else:
+        gnome_failed(*words)

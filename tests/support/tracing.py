@@ -4,16 +4,23 @@ import os
 import re
 import subprocess
 from collections import Counter
-from collections.abc import Iterator, Sequence
+from collections.abc import Iterator, Mapping, Sequence
 from contextlib import contextmanager
 from pathlib import Path
 from typing import NamedTuple
 
 import pytest
-from machine import BECOME, EMULATOR, SUPPORT, TOOL, TRACED, Machine, Outcome
+from machine import BECOME, BUILT, EMULATOR, PATHS, SUPPORT, TOOL, TRACED, Machine, Outcome
 
-ENTERED = {"mount": "ns/mnt", "root": "root", "wd": "cwd"}
-PATHS = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
+
+def counts_lines(tool: Path) -> bool:
+    return b"__gcov_init" in tool.read_bytes()
+
+
+COUNTS_LINES = counts_lines(BUILT)
+SANITIZED = b"__asan_init" in BUILT.read_bytes()
+GLIBC = b"GLIBC_2" in BUILT.read_bytes()
+
 
 # The same call has another name on another processor, or in another libc.
 ONE_NAME = {
@@ -25,38 +32,21 @@ ONE_NAME = {
 
 
 class Call(NamedTuple):
-    """One system call of the tool: its name, what it is about, and the how-manieth it is that has both in common.
-
-    What it is about is a path, "stdin", "stdout" or "stderr", or nothing.
-    """
+    """A system call of the tool."""
 
     name: str
-    subject: str
-    nth: int
-
-
-def is_sanitized(tool: Path) -> bool:
-    return b"__asan_init" in tool.read_bytes()
-
-
-def counts_lines(tool: Path) -> bool:
-    return b"__gcov_init" in tool.read_bytes()
-
-
-def uses_glibc(tool: Path) -> bool:
-    """Another C library takes memory page by page where glibc takes it once, and prints a text in pieces."""
-    return b"GLIBC_2" in tool.read_bytes()
+    subject: str  # a path, "stdin", "stdout", "stderr" or ""
+    nth: int  # of those with this name and subject
 
 
 def is_the_tools(call: Call) -> bool:
-    """Whether a call is the tool's own, and not one of the sanitizer in it, which complains for itself, of what counts
-    the lines that run, or of another C library than the one whose calls are known."""
+    """Not of a sanitizer, nor of what counts the lines that run, nor of another C library."""
     return call.name in ("clone", "wait4") or call.subject.startswith(("/usr/share/", "/usr/bin/", "/home/", "std"))
 
 
 class Traced(NamedTuple):
     call: Call
-    raw: tuple[str, int]  # the name as strace has it, and how many of that name there have been, this one included
+    raw: tuple[str, int]  # the name as strace has it, and its number among all of that name
     words: str  # the rest of the line
 
 
@@ -66,7 +56,9 @@ STREAMS = {"0": "stdin", "1": "stdout", "2": "stderr"}
 
 
 def subject(raw_name: str, words: str) -> str:
-    fd, place, path = SUBJECT.match(words).groups()
+    match = SUBJECT.match(words)
+    assert match
+    fd, place, path = match.groups()
     if fd in STREAMS:
         return STREAMS[fd]
     if fd and not raw_name.rstrip("2").endswith("at"):  # what is quoted then is no path
@@ -75,10 +67,11 @@ def subject(raw_name: str, words: str) -> str:
 
 
 def calls_of_the_tool(trace: Path) -> list[Traced]:
-    """The system calls that a trace tells of, from the one that starts the tool on."""
-    found, raw, seen = [], Counter(), Counter()
-    for line in trace.read_text(errors="surrogateescape").splitlines():
-        match = LINE.match(line)
+    """The calls in a trace, from the one that starts the tool on."""
+    found: list[Traced] = []
+    raw: Counter[str] = Counter()
+    seen: Counter[tuple[str, str]] = Counter()
+    for match in map(LINE.match, trace.read_text(errors="surrogateescape").splitlines()):
         if match is None:
             continue  # a signal, or the end
         name, words = match.groups()
@@ -93,34 +86,43 @@ def calls_of_the_tool(trace: Path) -> list[Traced]:
 
 
 class Strace:
-    """Runs the tool on a machine, again and again, in one sandbox. The traces name every descriptor's file."""
+    """Runs the tool again and again in one sandbox. The traces name every descriptor's file."""
 
-    def __init__(self, machine: Machine, inside: Sequence[str]):
+    def __init__(self, machine: Machine, inside: list[str]):
         self.inside = inside
         self.trace = machine.root / "trace"
 
-    def command(self, words: Sequence[str], user: str, options: Sequence[str], env: dict[str, str]) -> list[str | Path]:
+    def start(
+        self, words: Sequence[str], user: str = "root", options: Sequence[str] = (), env: Mapping[str, str] = {}
+    ) -> subprocess.Popen[bytes]:
         if EMULATOR:
             pytest.skip("under qemu strace shows the calls of qemu")
-        strace = ["/usr/bin/strace", "-y", "-s", "0", "-o", self.trace, *options]
-        variables = [f"{name}={value}" for name, value in (TRACED | env).items()]
-        return [*self.inside, *strace, *BECOME[user], "env", "-i", *variables, TOOL, *words]
+        strace = ["/usr/bin/strace", "-y", "-s", "0", "-o", str(self.trace), *options]
+        variables = [f"{name}={value}" for name, value in {**TRACED, **env}.items()]
+        return self.spawn(*strace, *BECOME[user], "env", "-i", *variables, TOOL, *words)
 
-    def run(
-        self, words: Sequence[str], user: str = "root", options: Sequence[str] = (), env: dict[str, str] = {}
-    ) -> tuple[Outcome, list[Traced]]:
-        command = self.command(words, user, options, env)
-        done = subprocess.run(command, env=PATHS, cwd="/", capture_output=True, umask=0o077, timeout=60)
-        return Outcome(done.returncode, done.stdout, done.stderr), calls_of_the_tool(self.trace)
+    def spawn(self, *command: str) -> subprocess.Popen[bytes]:
+        both = subprocess.PIPE
+        return subprocess.Popen([*self.inside, *command], env=PATHS, cwd="/", stdout=both, stderr=both, umask=0o077)
+
+    def run(self, *how, **more) -> tuple[Outcome, list[Traced]]:
+        """As start(), to the end of the run."""
+        with self.start(*how, **more) as run:
+            try:
+                out, err = run.communicate(timeout=60)
+            finally:
+                run.kill()
+        return Outcome(run.returncode, out, err), calls_of_the_tool(self.trace)
 
 
 @contextmanager
 def strace(machine: Machine) -> Iterator[Strace]:
     """A sandbox that stands until the end of the block."""
-    waiting = [SUPPORT / "sandbox", machine.root, "sh", "-c", "echo; exec cat"]
-    pipes = dict(stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-    with subprocess.Popen(waiting, env=PATHS, cwd="/", start_new_session=True, **pipes) as process:
-        assert process.stdout.read(1) == b"\n"
+    waiting = [str(SUPPORT / "sandbox"), str(machine.root), "sh", "-c", "echo; exec cat"]
+    pipe = subprocess.PIPE
+    with subprocess.Popen(waiting, env=PATHS, cwd="/", start_new_session=True, stdin=pipe, stdout=pipe) as process:
+        assert process.stdout and process.stdout.read(1) == b"\n"
         # The root directory too: where it is that of a chroot, entering the namespace would leave it.
-        entered = [f"--{what}=/proc/{process.pid}/{place}" for what, place in ENTERED.items()]
+        places = {"mount": "ns/mnt", "root": "root", "wd": "cwd"}
+        entered = [f"--{what}=/proc/{process.pid}/{place}" for what, place in places.items()]
         yield Strace(machine, ["/usr/bin/nsenter", *entered, "--"])

@@ -1,0 +1,140 @@
+"""What --set writes, and how."""
+
+import os
+import signal
+
+import pytest
+
+from machine import ANN, EMULATOR, TRACED, around, entries, entry
+from texts import COULD_NOT_WRITE, HINT, PATH, listing, stored
+from tracing import COUNTS_LINES
+
+SET_MONO = ["--set", "cfa=mono"]
+
+
+def check_saved(machine, run, **changed):
+    """The run said and stored this, and nothing but the file is there."""
+    assert run == (0, listing(**changed) + HINT, b"")
+    assert entries(machine.share).keys() == {machine.prefs.parent, machine.prefs}
+    assert entry(machine.prefs)[1:] == ("-rw-r--r--", 0, stored(**changed))
+
+
+def test_words_apply_in_order(machine):
+    words = [
+        "autostretch=off",
+        "Brightness = Darker\t",
+        "cfa=mono",
+        "cfa=color",
+        "labelformat=on",
+        "labelcorner=topleft",
+    ]
+    changed = dict(autostretch="off", brightness="darker", cfa="color", labelformat="on", labelcorner="topleft")
+    check_saved(machine, machine.run("--set", *words), **changed)
+
+
+def test_what_is_not_named_is_kept_and_what_is_no_preference_is_dropped(machine):
+    machine.prefs.write_text("; mine\n[Other]\nlabelformat=yes\nfoo=bar\ncfa=colour\nbrightness=darker\n")
+    check_saved(machine, machine.run(*SET_MONO), labelformat="on", brightness="darker", cfa="mono")
+
+
+@pytest.mark.parametrize("umask, old", [("0", 0o666), ("022", 0o4711), ("077", 0o600), ("0777", None)])
+def test_saved_file_can_be_read_by_all_and_written_by_its_owner(machine, umask, old):
+    if old is not None:
+        machine.prefs.touch()
+        machine.prefs.chmod(old)
+    check_saved(machine, machine.run(*SET_MONO, script=f'umask {umask}; exec "$@"'), cfa="mono")
+
+
+@pytest.mark.parametrize("umask, mode", [("0", "-rw-r--r--"), ("077", "-rw-------")])
+def test_only_its_owner_can_ever_write_the_temporary_file(machine, umask, mode):
+    # The save is killed at the first call after the opening.
+    tmp = f"{PATH.decode()}.tmp"
+    killed = f"umask {umask}; exec strace -f -o /dev/null -P {tmp} -e inject='!open,openat':signal=KILL \"$@\""
+    assert machine.run(*SET_MONO, env=TRACED, script=killed) == (-signal.SIGKILL, b"", b"")
+    assert entries(machine.share).keys() == {machine.prefs.parent, machine.prefs_tmp}
+    assert entry(machine.prefs_tmp)[1:] == (mode, 0, b"")
+
+
+def test_a_file_that_says_the_same_is_replaced_and_the_old_one_stays_for_its_readers(machine):
+    machine.prefs.write_bytes(stored(cfa="mono") + b"# old\n")
+    with machine.prefs.open("rb") as old:
+        inode = machine.prefs.stat().st_ino
+        check_saved(machine, machine.run(*SET_MONO), cfa="mono")
+        assert machine.prefs.stat().st_ino != inode
+        assert old.read() == stored(cfa="mono") + b"# old\n"
+
+
+def test_a_stale_temporary_file_is_used(machine):
+    machine.prefs_tmp.write_text("stale\n" * 1000)
+    machine.prefs_tmp.chmod(0o600)
+    inode = machine.prefs_tmp.stat().st_ino
+    check_saved(machine, machine.run(*SET_MONO), cfa="mono")
+    assert machine.prefs.stat().st_ino == inode
+
+
+def test_a_link_in_place_of_the_temporary_file_is_followed(machine):
+    machine.prefs_tmp.symlink_to("else")
+    assert machine.run(*SET_MONO) == (0, listing(cfa="mono") + HINT, b"")
+    saved = machine.prefs.with_name("else")
+    assert entries(machine.share).keys() == {machine.prefs.parent, machine.prefs, saved}
+    assert entry(machine.prefs)[1:] == ("lrwxrwxrwx", 0, "else")
+    assert entry(saved)[1:] == ("-rw-r--r--", 0, stored(cfa="mono"))
+
+
+def test_a_mode_that_cannot_be_set_does_not_matter(machine):
+    # Root left this temporary file in ann's directory: she may write it, but not change its mode.
+    os.chown(machine.prefs.parent, ANN, ANN)
+    machine.prefs_tmp.touch()
+    machine.prefs_tmp.chmod(0o666)
+    assert machine.run(*SET_MONO, user="ann") == (0, listing(cfa="mono") + HINT, b"")
+    assert entries(machine.share).keys() == {machine.prefs.parent, machine.prefs}
+    assert entry(machine.prefs)[1:] == ("-rw-rw-rw-", 0, stored(cfa="mono"))
+
+
+def test_a_full_file_system_is_not_noticed(machine):
+    # The text leaves the buffer at the close, whose result is not looked at. The old file takes the only page for data.
+    full = """
+        mount -t tmpfs -o size=4k tmpfs /usr/share/nebulark
+        cd /usr/share/nebulark
+        echo labelformat=on >preferences.conf
+    """
+    run = machine.run(*SET_MONO, script=around(full, "cp -a preferences.conf* /home"))
+    assert run == (0, listing(cfa="mono", labelformat="on") + HINT, b"")
+    copied = {path.name: entry(path)[1:] for path in machine.home.glob("preferences*")}
+    assert copied == {"preferences.conf": ("-rw-r--r--", 0, b"")}
+
+
+@pytest.mark.skipif(COUNTS_LINES, reason="the counts of the lines that ran are files too")
+def test_a_limit_on_the_size_of_files_whose_signal_is_ignored_is_not_noticed(machine):
+    limited = "trap '' XFSZ; exec prlimit --fsize=100 \"$@\""
+    assert machine.run(*SET_MONO, script=limited) == (0, listing(cfa="mono") + HINT, b"")
+    assert machine.prefs.read_bytes() == stored(cfa="mono")[:100]
+
+
+# --set makes the directory only where it disappears between the test for it and the save. Here the test is told a lie.
+LIED_TO = f'strace -f -o /dev/null -P {PATH.decode()} -e inject=access,faccessat,faccessat2:retval=0 "$@"'
+
+
+@pytest.mark.parametrize("umask, mode", [("0", "drwxr-xr-x"), ("027", "drwxr-x---"), ("0777", "d---------")])
+def test_a_missing_directory_is_made(machine, umask, mode):
+    machine.prefs.parent.rmdir()
+    run = machine.run(*SET_MONO, env=TRACED, script=f"umask {umask}; exec {LIED_TO}")
+    check_saved(machine, run, cfa="mono")
+    assert entry(machine.prefs.parent).mode == mode
+
+
+def test_no_parents_of_a_missing_directory_are_made(machine):
+    # A /usr that can be written and has no share. Its bin is the real one, so the tool stands elsewhere.
+    no_share = f"""
+        mount -t tmpfs tmpfs /mnt
+        mkdir /mnt/upper /mnt/work
+        mknod /mnt/upper/share c 0 0
+        cp /usr/bin/nebulark-ctl /mnt
+        mount -t overlay -o lowerdir=/usr,upperdir=/mnt/upper,workdir=/mnt/work overlay /usr
+        {LIED_TO}
+        status=$?
+        [ ! -e /usr/share ] || echo "there is a /usr/share"
+        exit $status
+    """
+    run = machine.run(*SET_MONO, env=TRACED, script=no_share, tool=[*EMULATOR, "/mnt/nebulark-ctl"])
+    assert run == (1, b"", COULD_NOT_WRITE)
