@@ -54,7 +54,7 @@ def test_environment_says_where_the_cache_is(cache, env, place):
 
 
 @pytest.mark.parametrize("words", [[], ["--all"]], ids=["default", "all"])
-def test_without_an_absolute_xdg_cache_home_and_a_home_the_cache_cannot_be_located(furnished, words):
+def test_without_an_absolute_directory_and_a_home_the_cache_cannot_be_located(furnished, words):
     error = b"nebulark-ctl: cannot locate the thumbnail cache\n"
     assert furnished.clear(*words, env={"XDG_CACHE_HOME": "home/ann/.cache"}) == (Outcome(1, b"", error), set())
 
@@ -162,9 +162,7 @@ def test_a_directory_that_cannot_be_listed_and_entered_is_skipped(furnished, mod
 
 @clearing((report(1, 1), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
 @pytest.mark.parametrize("owner, mode", [(0, 0o1777), (1000, 0o555)], ids=["root's", "read-only"])
-def test_a_file_that_cannot_be_deleted_is_not_counted_and_no_rights_are_asked_for(
-    furnished, owner, mode, words, result
-):
+def test_a_file_that_cannot_be_deleted_is_not_counted(furnished, owner, mode, words, result):
     furnished.put(FITS, "normal/m31.png")
     furnished.directory("normal", mode)
     for path in (furnished.at("normal"), furnished.at("normal/m31.png")):

@@ -15,7 +15,7 @@ import pytest
 from cache import CACHE, CLEAR, FITS, HOME, Cache
 from machine import Machine, Outcome, entries
 from model import THUMBNAILS, Files, clear, set_mono, show
-from texts import CANNOT_WRITE, NOTICE, stored
+from texts import stored
 from tracing import COUNTS_LINES, GLIBC, SANITIZED, Call, Traced, is_the_tools, strace
 
 NEVER_FAILS = "execve exit_group fcntl geteuid ioctl set_tid_address"
@@ -172,13 +172,3 @@ def test_no_failing_call_does_more_harm_than_it_must(machine, kind):
                 else:
                     assert (outcome, after) == expected(counted), case
                     assert left_open(trace) == set(), case
-
-
-@pytest.mark.parametrize("error", "E2BIG EACCES EIO ELOOP ENOENT ENOEXEC ENOMEM EPERM ETXTBSY".split())
-def test_pkexec_that_cannot_be_started_is_a_failure(machine, error):
-    machine.pkexec("#!/bin/sh\necho started\n")
-    fault = ["-f", "-P", "/usr/bin/pkexec", "-e", f"inject=execve:error={error}"]
-    with strace(machine) as inside:
-        before = files_of(machine)
-        outcome, _ = inside.run(SET_MONO, "ann", fault)
-        assert (outcome, files_of(machine)) == ((1, NOTICE, CANNOT_WRITE), before)

@@ -12,9 +12,6 @@ NEEDS_SUDO = b" (needs sudo to change)"
 MEBI = 1 << 20
 
 
-# Reading
-
-
 def test_file_of_megabytes_is_read_to_its_end(machine):
     content = b"#" + b"cfa=mono " * MEBI + b"\nlabelformat=on\n" * MEBI + b"cfa=color\n"
     machine.prefs.write_bytes(content)
@@ -38,9 +35,6 @@ def test_lines_before_a_read_error_count(machine):
     machine.prefs.write_text(read + "e\n#" + "." * MEBI + "\nlabelcorner=topleft\n")
     failing = f'exec strace -f -o /dev/null -P {PATH.decode()} -e inject=read:error=EIO:when=2 "$@"'
     assert machine.run("--prefs", env=TRACED, script=failing) == (0, shown(cfa="mono"), b"")
-
-
-# Words
 
 
 def test_set_without_a_word_is_a_usage_error(machine):

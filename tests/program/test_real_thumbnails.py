@@ -6,7 +6,6 @@ import shutil
 import subprocess
 from pathlib import Path
 
-import png
 import pytest
 from cache import report, report_all
 from machine import ANN, PROJECT, SUPPORT
@@ -86,19 +85,6 @@ def test_gnomes_thumbnails_and_failure_markers_of_nebulark_files_are_deleted(pai
     fail = "fail/gnome-thumbnail-factory"
     gone = painters.cached(ours) | painters.cached(failed, fail)
     painters.check_cleared(gone, painters.cached(others) | painters.cached(others_failed, fail))
-
-
-def test_tags_that_imagemagick_writes_come_after_the_picture_and_are_not_seen(painters):
-    names = ["m31.fits", "harbour.jpg"]
-    painters.draw(*names)
-    painters.cache.directory("normal")
-    for name in names:
-        (place,) = painters.cached([name])
-        painters.call(CONVERT, painters.pictures / name, "-thumbnail", "128x128", painters.cache.path / place)
-        chunks = png.chunks((painters.cache.path / place).read_bytes())
-        uri = (b"tEXt", b"Thumb::URI\0file://" + os.fsencode(painters.pictures / name))
-        assert chunks.index(uri) > [kind for kind, _ in chunks].index(b"IDAT")
-    painters.check_cleared(set(), painters.cached(names))
 
 
 def test_nebularks_thumbnails_of_the_sample_cache_are_deleted(painters):

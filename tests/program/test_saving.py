@@ -1,4 +1,4 @@
-"""What --set writes, and how."""
+"""What --set writes, how, and what it leaves when it is killed."""
 
 import os
 import signal
@@ -7,7 +7,7 @@ import pytest
 
 from machine import ANN, EMULATOR, TRACED, around, entries, entry
 from texts import COULD_NOT_WRITE, HINT, PATH, listing, stored
-from tracing import COUNTS_LINES
+from tracing import COUNTS_LINES, SANITIZED, is_the_tools, strace
 
 SET_MONO = ["--set", "cfa=mono"]
 
@@ -109,6 +109,33 @@ def test_a_limit_on_the_size_of_files_whose_signal_is_ignored_is_not_noticed(mac
     limited = "trap '' XFSZ; exec prlimit --fsize=100 \"$@\""
     assert machine.run(*SET_MONO, script=limited) == (0, listing(cfa="mono") + HINT, b"")
     assert machine.prefs.read_bytes() == stored(cfa="mono")[:100]
+
+
+@pytest.mark.skipif(COUNTS_LINES, reason="the counts of the lines that ran are written with calls of their own")
+def test_killed_at_any_call_a_save_leaves_the_old_file_or_the_new_one(machine):
+    text = listing(cfa="mono") + HINT
+    with strace(machine) as inside:
+        machine.prefs.write_bytes(stored())
+        outcome, undisturbed = inside.run(SET_MONO)
+        assert outcome == (0, text, b"")
+        left, said = stored(), b""
+        for call, (name, nth), words in undisturbed[1:]:  # the first one starts the tool
+            if SANITIZED and not is_the_tools(call):
+                continue
+            machine.prefs.write_bytes(stored())
+            outcome, trace = inside.run(SET_MONO, options=["-e", f"inject={name}:signal=KILL:when={nth}"])
+            assert outcome == (-signal.SIGKILL, said, b""), call
+            assert trace[-1].call == call
+            assert machine.prefs.read_bytes() == left, call
+            # Nothing that it left is in the way of the next one.
+            assert machine.run("--set", "cfa=color") == (0, listing(cfa="color") + HINT, b""), call
+            contents = {path: each.content for path, each in entries(machine.prefs.parent).items()}
+            assert contents == {machine.prefs: stored(cfa="color")}, call
+            if call.name == "rename":
+                left = stored(cfa="mono")
+            if call[:2] == ("write", "stdout"):
+                said = text[: len(said) + int(words.rpartition("= ")[2])]
+        assert (left, said) == (stored(cfa="mono"), text)
 
 
 # --set makes the directory only where it disappears between the test for it and the save. Here the test is told a lie.
