@@ -12,7 +12,7 @@ from desk import Desk
 from machine import BUILT, EMULATOR, Machine, why_no_sandbox
 from page import PAGE
 
-SKIPPED = 77  # as CTest is told
+SKIPPED = 77  # CTest knows it too
 
 
 def pytest_sessionstart(session):

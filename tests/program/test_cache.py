@@ -10,7 +10,7 @@ from tracing import strace
 
 SIZES = ["normal", "large", "x-large", "xx-large", "fail"]
 
-# What the cache holds besides the matter of a test. The size directory comes second: a run that deletes it went on.
+# In the cache of most tests. Its size directory is the second one: who deletes it has gone on after the first.
 FURNITURE = ["large/m31.png", "large/harbour.png"]
 UNDISTURBED = clearing((report(1, 1), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
 
@@ -27,9 +27,6 @@ def test_second_run_finds_what_the_first_one_left(furnished):
     assert furnished.clear() == (report(0, 1), set())
     assert furnished.clear("--all") == (report_all(1), {"large/harbour.png"})
     assert furnished.clear("--all") == (report_all(0), set())
-
-
-# Where the cache is
 
 
 @pytest.mark.parametrize(
@@ -59,9 +56,6 @@ def test_without_an_absolute_directory_and_a_home_the_cache_cannot_be_located(fu
     assert furnished.clear(*words, env={"XDG_CACHE_HOME": "home/ann/.cache"}) == (Outcome(1, b"", error), set())
 
 
-# What is reached
-
-
 @clearing(report(10, 10), report_all(20))
 def test_clears_all_five_size_directories_and_those_below(cache, words, result):
     fits = {f"{size}/{name}" for size in SIZES for name in ("m31.png", "app/2.0/m31.png")}
@@ -73,19 +67,8 @@ def test_clears_all_five_size_directories_and_those_below(cache, words, result):
 
 @UNDISTURBED
 def test_nothing_outside_the_size_directories_is_touched(furnished, words, result):
-    beside = [
-        ".normal",
-        "Normal",
-        "normal ",
-        "small",
-        "x",
-        "large2",
-        "xxx-large",
-        "failed",
-        "../normal",
-        "../../normal",
-    ]
-    furnished.put(FITS, "m31.png", "normal.png", *(f"{name}/m31.png" for name in beside))
+    others = ".normal Normal small x large2 xxx-large failed ../normal ../../normal".split() + ["normal "]
+    furnished.put(FITS, "m31.png", "normal.png", *(f"{name}/m31.png" for name in others))
     assert furnished.clear(*words) == result
 
 
@@ -131,20 +114,11 @@ def test_size_directories_linked_to_one_another_are_each_walked(furnished):
     assert furnished.clear("--all") == (report_all(1), {"large/harbour.png"})
 
 
-# What is skipped
-
-
 @UNDISTURBED
 @pytest.mark.parametrize(
     "make",
-    [
-        lambda path: path.write_bytes(FITS),
-        lambda path: os.mkfifo(path),
-        lambda path: path.symlink_to("no-such-directory"),
-        lambda path: path.symlink_to("normal"),
-        lambda path: path.symlink_to("large/m31.png"),
-    ],
-    ids=["file", "pipe", "link to nothing", "link to itself", "link to a file"],
+    [os.mkfifo, *(lambda path, to=to: path.symlink_to(to) for to in ("no-such-directory", "normal", "large/m31.png"))],
+    ids=["pipe", "link to nothing", "link to itself", "link to a file"],
 )
 def test_what_is_no_size_directory_is_skipped(furnished, make, words, result):
     make(furnished.path / "normal")
@@ -204,8 +178,8 @@ def test_pipes_sockets_and_devices_are_neither_deleted_nor_counted(furnished, ki
 
 
 @clearing((report(1, 4), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
-def test_the_kind_of_a_file_is_told_by_its_status_and_not_by_its_directory(furnished, words, result):
-    # What is mounted over an entry has another kind than the directory says. Nobody can delete it.
+def test_status_decides_the_kind_of_a_file_and_not_its_directory(furnished, words, result):
+    # A file mounted over an entry has another kind than the directory says, and nobody can delete it.
     furnished.put(PHOTO, "../../harbour.png", "normal/file")
     furnished.put(FITS, "normal/hidden")
     for path, kind in {"normal/pipe": stat.S_IFIFO, "normal/socket": stat.S_IFSOCK, "../../pipe": stat.S_IFIFO}.items():

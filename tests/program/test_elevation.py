@@ -8,7 +8,7 @@ import pytest
 from machine import BECOME, EMULATOR, RUN_TOOL, TOOL, TRACED, entries, unless_emulated
 from texts import CANNOT_WRITE, HINT, NOTICE, listing, stored
 
-TOLD_NOTHING_CHANGED = (1, NOTICE, CANNOT_WRITE)
+NOT_CHANGED = (1, NOTICE, CANNOT_WRITE)
 SET_MONO = ["--set", "cfa=mono"]
 
 # Run as a script, this pkexec has the words "/bin/sh /usr/bin/pkexec" in place of "pkexec".
@@ -37,7 +37,7 @@ def test_second_run_that_fails_says_so_before_the_first(machine):
     assert entries(machine.share) == {}
 
 
-def test_last_listing_is_read_from_the_file_whatever_was_asked(machine):
+def test_last_listing_is_read_from_the_file(machine):
     machine.prefs.write_text("brightness=darker\n")
     machine.pkexec("#!/bin/sh\n")
     assert machine.run(*SET_MONO, user="ann") == (0, NOTICE + listing(brightness="darker"), b"")
@@ -71,7 +71,7 @@ def test_environment_reaches_pkexec_unchanged(machine):
     assert machine.run(*SET_MONO, user="ann", env=env) == (0, NOTICE + told + listing(), b"")
 
 
-@unless_emulated("signals and limits are those that qemu has set")
+@unless_emulated("signals and limits are those of qemu")
 def test_pkexec_inherits_all_that_the_tool_was_started_with(machine):
     machine.pkexec(
         """#!/bin/sh
@@ -145,20 +145,20 @@ def test_pkexec_that_does_not_help_changes_nothing(machine, pkexec, mode):
     machine.prefs.write_text("labelformat=on\n")
     machine.pkexec(pkexec, mode)
     before = entries(machine.share)
-    assert machine.run(*SET_MONO, user="ann") == TOLD_NOTHING_CHANGED
+    assert machine.run(*SET_MONO, user="ann") == NOT_CHANGED
     assert entries(machine.share) == before
 
 
 def test_root_never_elevates(machine):
     machine.pkexec("#!/bin/sh\n")
     machine.prefs.parent.rmdir()
-    assert machine.run(*SET_MONO) == TOLD_NOTHING_CHANGED
+    assert machine.run(*SET_MONO) == NOT_CHANGED
 
 
 def test_pkexec_elsewhere_in_path_is_not_run(machine):
     machine.pkexec("#!/bin/sh\n")
     (machine.bin / "pkexec").rename(machine.ann / "pkexec")
-    assert machine.run(*SET_MONO, user="ann", env={"PATH": "/home/ann"}) == TOLD_NOTHING_CHANGED
+    assert machine.run(*SET_MONO, user="ann", env={"PATH": "/home/ann"}) == NOT_CHANGED
 
 
 def test_pkexec_that_is_stopped_for_a_while_is_waited_for(machine):
@@ -187,12 +187,12 @@ def test_outcome_of_another_child_is_not_taken_for_that_of_pkexec(machine):
     """
     )
     other = ': & echo $! >/home/other; exec "$@"'
-    assert machine.run(*SET_MONO, user="ann", script=other) == TOLD_NOTHING_CHANGED
+    assert machine.run(*SET_MONO, user="ann", script=other) == NOT_CHANGED
 
 
 @pytest.mark.usefixtures("polkit")
 def test_unknown_outcome_is_a_failure_even_of_a_change_that_was_made(machine):
-    # The kernel tells nobody how a child ends whose signal is ignored.
+    # Where that signal is ignored, the kernel does not say how a child ended.
     run = machine.run(*SET_MONO, user="ann", tool=["env", "--ignore-signal=CHLD", *RUN_TOOL])
     assert run == (1, NOTICE + listing(cfa="mono") + HINT, CANNOT_WRITE)
     assert machine.prefs.read_bytes() == stored(cfa="mono")
@@ -204,14 +204,14 @@ def test_pkexec_that_leaves_a_core_is_a_failure(machine):
     machine.pkexec("#!/bin/sh\n")
     answer = (signal.SIGABRT | 0x80).to_bytes(4, sys.byteorder).hex()
     strace = f'exec strace -o /dev/null -e trace=wait4 -e inject=wait4:poke_exit=@arg2={answer} "$@"'
-    assert machine.run(*SET_MONO, user="ann", env=TRACED, script=strace) == TOLD_NOTHING_CHANGED
+    assert machine.run(*SET_MONO, user="ann", env=TRACED, script=strace) == NOT_CHANGED
 
 
 @unless_emulated("strace shows the calls of qemu")
 def test_child_in_which_pkexec_cannot_be_started_ends_as_in_a_shell(machine):
     machine.pkexec("#!/no/such/interpreter\n")
     strace = 'exec strace -f -q -e signal=none -e trace=none -o /home/trace "$@"'
-    assert machine.run(*SET_MONO, user="ann", env=TRACED, script=strace) == TOLD_NOTHING_CHANGED
+    assert machine.run(*SET_MONO, user="ann", env=TRACED, script=strace) == NOT_CHANGED
     ends = [line.split(maxsplit=1)[1] for line in (machine.home / "trace").read_text().splitlines()]
     assert ends == ["+++ exited with 127 +++", "+++ exited with 1 +++"]
 
@@ -219,11 +219,11 @@ def test_child_in_which_pkexec_cannot_be_started_ends_as_in_a_shell(machine):
 @unless_emulated("the set-user-id bit of the tool counts for nothing")
 @pytest.mark.parametrize("file", [None, "labelformat=on\n"], ids=["no file", "root's file"])
 def test_rights_of_the_tool_that_its_user_lacks_neither_save_nor_elevate(machine, file):
-    # Set-user-id root: who runs the tool decides what may be written, what the process may do decides who is root.
+    # Set-user-id root: the user decides what may be written, the rights of the process decide who is root.
     machine.pkexec("#!/bin/sh\necho ran\n")
     if file:
         machine.prefs.write_text(file)
     before = entries(machine.share)
     own = 'mount -t tmpfs tmpfs /home; cp /usr/bin/nebulark-ctl /home/ctl; chmod 4755 /home/ctl; exec "$@"'
-    assert machine.run(*SET_MONO, user="ann", tool=["/home/ctl"], script=own) == TOLD_NOTHING_CHANGED
+    assert machine.run(*SET_MONO, user="ann", tool=["/home/ctl"], script=own) == NOT_CHANGED
     assert entries(machine.share) == before

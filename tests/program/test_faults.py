@@ -113,8 +113,8 @@ def left_open(trace: list[Traced]) -> set[str]:
 
 
 def calls_that_count(trace: list[Traced]) -> list[Call | None]:
-    """The calls, numbered without those that can change no result, which are None: those about a file before it has a
-    status, which have the kernel read ahead, and those about a directory that has been listed."""
+    """The calls, numbered without those that can change no result. These are None: calls about a file before its status
+    is asked for, which read ahead, and calls about a directory that has been listed."""
     seen: Counter[tuple[str, str]] = Counter()
     found: list[Call | None] = []
     for (name, subject, _), _, _ in trace:

@@ -4,7 +4,7 @@ import pytest
 from cache import CACHE, CLEAR, FITS, HOME, PHOTO, clearing, report, report_all
 from machine import around
 
-# A file system that takes every size and time, whatever there is outside.
+# A file system that takes every size and time.
 TMPFS = f"mount -t tmpfs tmpfs /mnt; cp -a /home/ann /mnt; mount --move /mnt /home; cd {CACHE}/normal"
 
 # An overlay of two file systems marks the inode numbers of the lower one in their highest bits.

@@ -27,7 +27,7 @@ def furnished(machine):
 
 
 def state(machine) -> tuple[bytes, set[str], set[str]]:
-    """The preferences, the names beside them, and the names in the first size directory."""
+    """The preferences, the names in their directory, and the names in the first size directory."""
     cached = set(os.listdir(machine.ann / ".cache/thumbnails/normal"))
     return machine.prefs.read_bytes(), set(os.listdir(machine.prefs.parent)), cached
 

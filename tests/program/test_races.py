@@ -48,11 +48,11 @@ def stopped_runs(
 
 
 NAMES = ["normal/m31.png", "normal/app/m31.png", "normal/app/deep/m31.png", "fail/app/harbour.png"]
-OUTSIDE = ["m31.png", "harbour.png", "deep/m31.png", "app/m31.png"]  # what the same names would be elsewhere
+OUTSIDE = ["m31.png", "harbour.png", "deep/m31.png", "app/m31.png"]  # the same names elsewhere
 
 
 def directories(cache: Path) -> list[Path]:
-    """Those below the size directories; the deepest first, so that they can be renamed in this order."""
+    """All below the size directories; the deepest first, so that they can be renamed in this order."""
     return sorted((path for path in cache.glob("*/**/") if path.parent != cache), reverse=True)
 
 
@@ -92,7 +92,7 @@ CHANGES = [rename, swap_kinds, link_directories, pipe_directories]
 
 @pytest.mark.parametrize("change", CHANGES, ids=lambda change: change.__name__)
 @pytest.mark.parametrize("words", [[], ["--all"]], ids=["default", "all"])
-def test_only_files_of_the_cache_are_deleted_and_counted_whatever_others_do(cache, change, words):
+def test_only_files_of_the_cache_are_deleted_and_counted(cache, change, words):
     outside = cache.machine.ann / "Pictures"
     gone, there = 0, {}
 
@@ -118,9 +118,9 @@ def test_only_files_of_the_cache_are_deleted_and_counted_whatever_others_do(cach
         removed, *left = (int(number) for number in re.findall(rb"(?:Removed|Left) (\d+)", run.out))
         assert (run.status, run.err) == (0, b""), call
         assert removed == gone + len(deleted), call
-        # What moves while its directory is read may be met, and left, under both names.
+        # A file that moves while its directory is read may be met, and left, under both names.
         assert removed + sum(left) <= len({cache.at(name) for name in NAMES} | there.keys()), call
-        # What takes a file's place in its directory, after that was judged, may go for it.
+        # What takes the place of a judged file in its directory may be deleted for it.
         assert words or change is swap_kinds or PHOTO not in deleted, call
         assert {path: path.read_bytes() for path in outside.rglob("*.png")} == untouched, call
 

@@ -1,4 +1,4 @@
-"""Thumbnails as other programs write them: the sample cache, and ones that the real programs draw here and now."""
+"""Thumbnails as other programs write them: the sample cache, and what the real programs draw now."""
 
 import hashlib
 import os

@@ -13,7 +13,7 @@ SET_MONO = ["--set", "cfa=mono"]
 
 
 def check_saved(machine, run, **changed):
-    """The run said and stored this, and nothing but the file is there."""
+    """The run said and stored this, and left nothing else."""
     assert run == (0, listing(**changed) + HINT, b"")
     assert entries(machine.share).keys() == {machine.prefs.parent, machine.prefs}
     assert entry(machine.prefs)[1:] == ("-rw-r--r--", 0, stored(**changed))
@@ -127,7 +127,7 @@ def test_killed_at_any_call_a_save_leaves_the_old_file_or_the_new_one(machine):
             assert outcome == (-signal.SIGKILL, said, b""), call
             assert trace[-1].call == call
             assert machine.prefs.read_bytes() == left, call
-            # Nothing that it left is in the way of the next one.
+            # The next save does not trip over what it left.
             assert machine.run("--set", "cfa=color") == (0, listing(cfa="color") + HINT, b""), call
             contents = {path: each.content for path, each in entries(machine.prefs.parent).items()}
             assert contents == {machine.prefs: stored(cfa="color")}, call
@@ -138,27 +138,27 @@ def test_killed_at_any_call_a_save_leaves_the_old_file_or_the_new_one(machine):
         assert (left, said) == (stored(cfa="mono"), text)
 
 
-# --set makes the directory only where it disappears between the test for it and the save. Here the test is told a lie.
-LIED_TO = f'strace -f -o /dev/null -P {PATH.decode()} -e inject=access,faccessat,faccessat2:retval=0 "$@"'
+# --set makes the directory only where it disappears after the test for it. Here strace makes that test succeed.
+WRITABLE = f'strace -f -o /dev/null -P {PATH.decode()} -e inject=access,faccessat,faccessat2:retval=0 "$@"'
 
 
 @pytest.mark.parametrize("umask, mode", [("0", "drwxr-xr-x"), ("027", "drwxr-x---"), ("0777", "d---------")])
 def test_a_missing_directory_is_made(machine, umask, mode):
     machine.prefs.parent.rmdir()
-    run = machine.run(*SET_MONO, env=TRACED, script=f"umask {umask}; exec {LIED_TO}")
+    run = machine.run(*SET_MONO, env=TRACED, script=f"umask {umask}; exec {WRITABLE}")
     check_saved(machine, run, cfa="mono")
     assert entry(machine.prefs.parent).mode == mode
 
 
 def test_no_parents_of_a_missing_directory_are_made(machine):
-    # A /usr that can be written and has no share. Its bin is the real one, so the tool stands elsewhere.
+    # A /usr that can be written and has no share. Its bin is the real one, so the tool is elsewhere.
     no_share = f"""
         mount -t tmpfs tmpfs /mnt
         mkdir /mnt/upper /mnt/work
         mknod /mnt/upper/share c 0 0
         cp /usr/bin/nebulark-ctl /mnt
         mount -t overlay -o lowerdir=/usr,upperdir=/mnt/upper,workdir=/mnt/work overlay /usr
-        {LIED_TO}
+        {WRITABLE}
         status=$?
         [ ! -e /usr/share ] || echo "there is a /usr/share"
         exit $status

@@ -1,6 +1,6 @@
 """Machines for tests, and runs of the built tool on them.
 
-A machine is a directory that stands in for /usr/share, a part of /usr/bin, and /home (see `sandbox`). Each run has a
+A machine is a directory that replaces /usr/share, a part of /usr/bin, and /home (see `sandbox`). Each run has a
 private mount namespace, in which the tool works on its real paths; tests prepare and examine the same files outside.
 
     def test_shows_defaults(machine):
@@ -115,8 +115,8 @@ def around(before: str, after: str) -> str:
 
 
 def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedProcess:
-    """Runs a command in a sandbox. In a session of its own, so that a signal to its process group spares the tests; it
-    ignores no signal, even where the tests do, as under nohup."""
+    """Runs a command in a sandbox and a new session, so that a signal to its process group spares the tests. It ignores
+    no signal, even where the tests do, as under nohup."""
     return subprocess.run(
         ["/usr/bin/env", "--default-signal", SUPPORT / "sandbox", root, *command],
         env=PATHS,

@@ -1,4 +1,4 @@
-"""The tool in a few lines: what a run says, and what becomes of the files, where one system call fails.
+"""The tool in a few lines: what a run says and leaves when one system call fails.
 
 `failed` is that call, None in an undisturbed run.
 """

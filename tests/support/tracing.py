@@ -1,4 +1,4 @@
-"""Many runs of the tool under strace in one sandbox, and what strace tells of them."""
+"""Many runs of the tool under strace in one sandbox, and what strace says about them."""
 
 import os
 import re
@@ -117,7 +117,7 @@ class Strace:
 
 @contextmanager
 def strace(machine: Machine) -> Iterator[Strace]:
-    """A sandbox that stands until the end of the block."""
+    """A sandbox until the end of the block."""
     waiting = [str(SUPPORT / "sandbox"), str(machine.root), "sh", "-c", "echo; exec cat"]
     pipe = subprocess.PIPE
     with subprocess.Popen(waiting, env=PATHS, cwd="/", start_new_session=True, stdin=pipe, stdout=pipe) as process:

@@ -1,4 +1,4 @@
-"""The tool's commands, and the names, words and defaults of the preferences, as the tool itself tells them."""
+"""The tool's commands, and the names, words and defaults of the preferences, as the tool itself prints them."""
 
 import re
 from typing import NamedTuple
@@ -31,7 +31,7 @@ def preferences(machine: Machine) -> dict[str, Preference]:
 
 
 def words(machine: Machine, name: str) -> list[str]:
-    """The words of a preference, as the message for another value tells them."""
+    """The words of a preference, from the message for another value."""
     message = machine.run("--set", f"{name}=").err.decode()
     return re.split(", | or ", found(rf"^nebulark-ctl: {name}: expected ([^\n]+)\n$", message))
 
@@ -56,5 +56,5 @@ def levels(machine: Machine) -> dict[str, str]:
 
 
 def table(file: str, name: str) -> list[str]:
-    """A table of words in the sources, where no message of the tool tells them."""
+    """A table of words in the sources that no message of the tool names."""
     return re.findall(r'"(.+?)"', found(rf"\b{name}\{{(.+?)\}}", (SOURCES / file).read_text()))
