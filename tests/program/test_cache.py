@@ -58,7 +58,7 @@ def test_without_an_absolute_directory_and_a_home_the_cache_cannot_be_located(fu
 
 @clearing(report(10, 10), report_all(20))
 def test_clears_all_five_size_directories_and_those_below(cache, words, result):
-    fits = {f"{size}/{name}" for size in SIZES for name in ("m31.png", "app/2.0/m31.png")}
+    fits = {f"{size}/{name}" for size in SIZES for name in ("m31.png", "app/.2.0/m31.png")}
     photos = {f"{size}/{name}" for size in SIZES for name in ("harbour.png", "app/harbour.png")}
     cache.put(FITS, *fits)
     cache.put(PHOTO, *photos)
