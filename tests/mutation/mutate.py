@@ -27,7 +27,7 @@ WORKERS = os.cpu_count() or 1
 # Optimised: a change that makes no difference then often makes the same program. But no release build: its further
 # tests, of pages and completions, notice nothing.
 CONFIGURE = ["cmake", "-B", "build", "-DCMAKE_BUILD_TYPE=", "-DNEBULARK_HARDENING=OFF"]
-CONFIGURE += ["-DCMAKE_CXX_FLAGS=-O2 -w -include fcntl.h -include sys/stat.h -include unistd.h"]
+CONFIGURE += ["-DCMAKE_CXX_FLAGS=-O2 -w -D_GLIBCXX_ASSERTIONS -include fcntl.h -include sys/stat.h -include unistd.h"]
 PROGRAMS = {"unit-tests": "tests/unit/unit-tests", "corpora": "tests/fuzz/replay"}  # every other test runs the tool
 BOXED = ["setpriv", "--pdeathsig", "KILL", "tests/mutation/box"]
 ENVIRONMENT = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "CI": "1", "GTEST_FAIL_FAST": "1", "PYTEST_ADDOPTS": "-x"}
