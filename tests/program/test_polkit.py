@@ -65,7 +65,7 @@ def test_polkit_takes_the_policy_as_it_is_meant(desk):
         b"  message:           " + MESSAGE,
         b"  vendor:            Nebulark",
         b"  vendor_url:        ",
-        b"  icon:              ",
+        b"  icon:              preferences-system",
         b"  implicit any:      auth_admin",
         b"  implicit inactive: auth_admin",
         b"  implicit active:   auth_admin_keep",
