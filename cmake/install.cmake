@@ -1,33 +1,30 @@
-# Where an installation puts what. Everything stands below the prefix, which is /usr unless the caller says otherwise: the
-# tool's preferences and the page that its usage text names are there whatever the prefix, and polkit looks nowhere else.
+# Where an installation puts what, below the prefix. That is /usr unless the caller says otherwise: there alone the tool
+# finds its preferences, polkit the action, and a reader the page that the usage text names.
 
 if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT)
   set_property(CACHE CMAKE_INSTALL_PREFIX PROPERTY VALUE /usr)
 endif()
+include(GNUInstallDirs)
 
-# Debian keeps the completions that come with packages apart from those of the machine's administrator.
-if(EXISTS /etc/debian_version)
-  set(zsh_completions share/zsh/vendor-completions)
-else()
-  set(zsh_completions share/zsh/site-functions)
-endif()
-set(NEBULARK_ZSH_COMPLETIONS ${zsh_completions} CACHE STRING "Where zsh looks for completions, below the prefix")
+set(data ${CMAKE_INSTALL_DATADIR})
+set(NEBULARK_BASH_COMPLETIONS ${data}/bash-completion/completions CACHE STRING "Where bash looks for completions")
+set(NEBULARK_ZSH_COMPLETIONS ${data}/zsh/site-functions CACHE STRING "Where zsh looks for completions")
 
-install(TARGETS nebulark-ctl DESTINATION bin)
-install(FILES ${PROJECT_BINARY_DIR}/docs/nebulark-ctl.1 DESTINATION share/man/man1)
-install(FILES ${PROJECT_BINARY_DIR}/docs/nebulark-preferences.5 DESTINATION share/man/man5)
-install(FILES data/completions/nebulark-ctl DESTINATION share/bash-completion/completions)
-install(FILES data/completions/nebulark-ctl.fish DESTINATION share/fish/vendor_completions.d)
+install(TARGETS nebulark-ctl)
+install(FILES ${PROJECT_BINARY_DIR}/docs/nebulark-ctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(FILES ${PROJECT_BINARY_DIR}/docs/nebulark-preferences.5 DESTINATION ${CMAKE_INSTALL_MANDIR}/man5)
+install(FILES data/completions/nebulark-ctl DESTINATION ${NEBULARK_BASH_COMPLETIONS})
+install(FILES data/completions/nebulark-ctl.fish DESTINATION ${data}/fish/vendor_completions.d)
 install(FILES data/completions/_nebulark-ctl DESTINATION ${NEBULARK_ZSH_COMPLETIONS})
-install(FILES LICENSE DESTINATION share/licenses/nebulark-ctl)
 
 # The action names the tool by its full path. The prefix may change up to the last moment: cmake --install --prefix.
 set(policy ${PROJECT_BINARY_DIR}/nebulark.ctl.policy)
-install(CODE "set(CMAKE_INSTALL_FULL_BINDIR \${CMAKE_INSTALL_PREFIX}/bin)
+install(CODE "set(CMAKE_INSTALL_FULL_BINDIR ${CMAKE_INSTALL_BINDIR})
+cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_FULL_BINDIR BASE_DIRECTORY \${CMAKE_INSTALL_PREFIX})
 configure_file(\"${PROJECT_SOURCE_DIR}/data/polkit/nebulark.ctl.policy.in\" \"${policy}\" @ONLY)")
-install(FILES ${policy} DESTINATION share/polkit-1/actions)
+install(FILES ${policy} DESTINATION ${data}/polkit-1/actions)
 
 # Empty: the tool makes the preferences file, with the first --set. But that one looks for a directory to write it in, and
 # without one it fails, for root too.
-install(DIRECTORY DESTINATION share/nebulark DIRECTORY_PERMISSIONS
+install(DIRECTORY DESTINATION ${data}/nebulark DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)

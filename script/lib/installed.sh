@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by script/install and script/uninstall, behind packages.sh: what both need to know of the machine.
+# Sourced by script/install and script/uninstall.
 
 # What the package manager has installed is its own to replace and to remove.
 refuse_packaged() {
@@ -8,8 +8,4 @@ refuse_packaged() {
     printf '  To remove it:  sudo apt-get remove nebulark-ctl\n' >&2
     exit 1
   fi
-}
-
-with_sudo() {
-  [ "$(id -u)" -eq 0 ] || printf ', with sudo'
 }
