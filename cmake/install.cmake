@@ -26,5 +26,4 @@ install(FILES ${policy} DESTINATION ${data}/polkit-1/actions)
 
 # Empty: the tool makes the preferences file, with the first --set. But that one looks for a directory to write it in, and
 # without one it fails, for root too.
-install(DIRECTORY DESTINATION ${data}/nebulark DIRECTORY_PERMISSIONS
-  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+install(DIRECTORY DESTINATION ${data}/nebulark)

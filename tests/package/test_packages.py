@@ -12,7 +12,7 @@ import tempfile
 from pathlib import Path
 
 import pytest
-from machine import PROJECT, SUPPORT
+from machine import PROJECT, SUPPORT, why_no_sandbox
 from texts import HINT, listing, stored
 
 VERSION = re.search(r"VERSION (\S+) LANGUAGES", (PROJECT / "CMakeLists.txt").read_text())[1]
@@ -76,14 +76,10 @@ def privately(directory: Path, script: str, *words, **how) -> subprocess.Complet
 
 
 @pytest.fixture(scope="session", autouse=True)
-def namespaces(tmp_path_factory):
-    """Skips, or under CI fails, everything where these cannot be had."""
-    probe = tmp_path_factory.mktemp("probe")
-    for name in ("upper", "work"):
-        (probe / name).mkdir()
-    done = privately(probe, "mount -t overlay -o lowerdir=/usr,upperdir=upper,workdir=work overlay /usr", check=False)
-    if done.returncode != 0:
-        (pytest.fail if "CI" in os.environ else pytest.skip)("no mount namespaces here: " + os.fsdecode(done.stderr))
+def namespaces():
+    """Skips, or under CI fails, everything where there can be none."""
+    if reason := why_no_sandbox():
+        (pytest.fail if "CI" in os.environ else pytest.skip)("no mount namespaces here: " + reason)
 
 
 def copy_of_project(directory: Path, **how) -> Path:
@@ -134,12 +130,6 @@ class Debian:
         shutil.copy(package, self.files)
         self.run("apt-get", "install", "--yes", f"/{package.name}")
 
-    def set_preferences(self):
-        assert self.run("nebulark-ctl", "--set", "brightness=darker").stdout == listing(brightness="darker") + HINT
-
-    def has_preferences(self) -> bool:
-        return (self.files / PREFERENCES).read_bytes() == stored(brightness="darker")
-
 
 @pytest.fixture(scope="session", params=["bookworm", "trixie"])
 def fresh_debian(request, tmp_path_factory):
@@ -162,22 +152,18 @@ def test_installed_package_passes_its_own_tests(installed, sources):
     assert (done.stdout, done.stderr) == (b"", b"")
 
 
-def test_upgrade_keeps_preferences(installed, deb, tmp_path):
-    installed.set_preferences()
+@pytest.mark.parametrize("removal", ["remove", "purge"])
+def test_upgrade_and_removal_keep_preferences(installed, deb, tmp_path, removal):
+    installed.run("nebulark-ctl", "--set", "brightness=darker")
     run("dpkg-deb", "--raw-extract", deb, tmp_path / "newer")
     run("sed", "--in-place", "s/^Version: .*/&.1/", tmp_path / "newer/DEBIAN/control")
     run("dpkg-deb", "--build", tmp_path / "newer", tmp_path / "newer.deb")
     installed.install(tmp_path / "newer.deb")
     assert installed.run("dpkg-query", "--show", "nebulark-ctl").stdout.decode() == f"nebulark-ctl\t{VERSION}-1.1\n"
-    assert installed.has_preferences()
-
-
-@pytest.mark.parametrize("removal", ["remove", "purge"])
-def test_removal_leaves_nothing_but_preferences(installed, removal):
-    installed.set_preferences()
+    assert (installed.files / PREFERENCES).read_bytes() == stored(brightness="darker")
     installed.run("apt-get", removal, "--yes", "nebulark-ctl")
     assert [name for name in IN_DEB if (installed.files / "usr" / name).is_file()] == []
-    assert installed.has_preferences()
+    assert (installed.files / PREFERENCES).read_bytes() == stored(brightness="darker")
 
 
 def test_removal_leaves_nothing_where_nothing_was_set(installed):
@@ -297,14 +283,13 @@ def test_scripts_install_and_uninstall_all_but_preferences(built, sources, tmp_p
     """
     done = privately(tmp_path, script, sources)
     assert tree(tmp_path / "installed") == INSTALLED
-    files = {name for name in INSTALLED if name != "share/nebulark"}
     assert set((tmp_path / "install.log").read_text().splitlines()) == {f"  /usr/{name}" for name in INSTALLED} | {
         "Building build/release",
         "Installing:",
         "To remove it again: script/uninstall",
     }
     said = done.stdout.removeprefix(listing(brightness="darker") + HINT).decode().splitlines()
-    assert set(said[:-2]) == {f"removed '/usr/{name}'" for name in files}
+    assert set(said[:-2]) == {f"removed '/usr/{name}'" for name in INSTALLED if name != "share/nebulark"}
     assert said[-2:] == [
         "Your preferences stay in /usr/share/nebulark/preferences.conf. Nothing needs them now:",
         "  sudo rm -r /usr/share/nebulark",
