@@ -48,13 +48,13 @@ def play(machine, shown, way):
     """Runs the tasks of this way and gives how many of them changed something, by Ansible's last line."""
     playbook = machine.home / "playbook.yml"
     head = "- hosts: localhost\n  gather_facts: false\n  tasks:\n"
-    playbook.write_text(head + textwrap.indent(the_one(shown, way) + "\n", "    "))
 
-    def run(*options: str) -> int:
+    def run(*options: str, status: int = 0, added: str = "") -> int:
+        playbook.write_text(head + textwrap.indent(f"{the_one(shown, way)}\n{added}", "    "))
         command = ["ansible-playbook", "--connection=local", "--inventory=localhost,", *options, "/home/playbook.yml"]
         env = {"PATH": "/usr/bin:/bin", "HOME": "/home", "LC_ALL": "C.UTF-8", "ANSIBLE_NOCOLOR": "1"}
         done = machine.run(*command, tool=[], env=env)
-        assert done.status == 0, done
+        assert done.status == status, done
         return int(re.search(rb"^localhost .* changed=(\d+) ", done.out, re.MULTILINE)[1])
 
     return run
@@ -86,7 +86,25 @@ def test_ansible_makes_the_first_file(machine, play, way):
     assert machine.prefs.read_bytes() == KEPT[way]
 
 
-# Every user's cache
+FAILED = 2  # Ansible's status where a task fails
+
+
+def test_ansible_fails_without_the_directory(machine, play, way):
+    machine.prefs.parent.rmdir()
+    assert play(status=FAILED) == 0
+    assert not machine.prefs.parent.exists()
+
+
+@pytest.mark.parametrize("way", ["ansible.builtin.copy"], indirect=True)
+def test_ansible_with_force_false_makes_the_first_file_and_then_keeps_it(machine, play, way):
+    assert play(added="    force: false\n") == 1
+    assert machine.prefs.read_bytes() == KEPT[way]
+    machine.prefs.write_bytes(stored(brightness="brighter"))
+    assert play(added="    force: false\n") == 0
+    assert machine.prefs.read_bytes() == stored(brightness="brighter")
+
+
+# Other users' caches
 
 
 USERS = {"root": 0, "daemon": 2, "ann": ANN, "bob": BOB, "nobody": 65534}
@@ -128,12 +146,19 @@ def left(caches) -> list[str]:
     return [name for name, thumbnail in caches.items() if thumbnail.exists()]
 
 
+CLEARED = (
+    "Removed 1 Nebulark thumbnail. Left 0 belonging to other applications.\n"
+    "Close and reopen your file manager to see them redrawn.\n"
+)
+
+
+def test_cache_of_one_user_is_cleared(caches, as_root, shown):
+    assert as_root(the_one(shown, "runuser -l ann")) == CLEARED
+    assert left(caches) == [name for name in USERS if name != "ann"]
+
+
 def test_caches_of_all_ordinary_users_are_cleared(caches, as_root, shown):
-    cleared = (
-        "Removed 1 Nebulark thumbnail. Left 0 belonging to other applications.\n"
-        "Close and reopen your file manager to see them redrawn.\n"
-    )
-    assert as_root(the_one(shown, "runuser")) == cleared * len(ORDINARY)
+    assert as_root(the_one(shown, "getent")) == "".join(f"{name}:\n{CLEARED}" for name in ORDINARY)
     assert left(caches) == [name for name in USERS if name not in ORDINARY]
 
 
