@@ -62,6 +62,14 @@ def test_links_lead_somewhere(paper):
         assert not anchor or anchor in anchors(target.read_text()), link
 
 
+@every_paper
+def test_named_tests_and_scripts_are_there(paper):
+    text = paper.read_text()
+    names = {f"tests/program/{name}.py" for name in re.findall(r"\btest_\w+", text)}
+    names |= set(re.findall(r"\b(?:script|tests|src|data|docs|bench|cmake)/[\w./-]*\w", text))
+    assert [name for name in sorted(names) if not (PROJECT / name).exists()] == []
+
+
 @pytest.mark.parametrize("picture", re.findall(r'src="(.+?\.svg)"', README))
 def test_picture_looks_as_it_does_on_the_page(picture):
     """Its style has the page's rules and colours, light ones first."""
