@@ -1,4 +1,4 @@
-"""The manual pages and the documentation page, read as one document and held against what the tool does."""
+"""The manual pages and the documentation page, read as one document and compared with what the tool does."""
 
 import os
 import re

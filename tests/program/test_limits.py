@@ -156,7 +156,7 @@ def test_a_text_too_long_for_memory_ends_the_reading_of_its_file_alone(machine, 
     long_files["uri.png"] = PHOTO[:33] + long_uri
     others = {f"m{number}.png" for number in range(20)}
     outcomes = [(report(20, 3), {*long_files}), (report(22, 1), {"uri.png"}), (report(23), set())]
-    seen: list[int] = []
+    seen = []
     for kib in range(1 << 10, 16 << 10, 128):
         cache.put(FITS, *(f"normal/{name}" for name in others))
         for name, content in long_files.items():

@@ -1,4 +1,4 @@
-"""README and the other Markdown files, held against the tool and the repository."""
+"""README and the other Markdown files, compared with the tool and the repository."""
 
 import re
 import textwrap

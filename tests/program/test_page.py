@@ -113,7 +113,7 @@ def test_texts_in_pictures_stay_inside_their_boxes(view):
     assert view.run(NAME + outside) == []
 
 
-def test_texts_stand_out_from_what_is_behind_them(view):
+def test_texts_stand_out_from_their_background(view):
     """At least 4.5 to 1, whatever the browser would paint under the middle of each text."""
     faint = """
         const channel = c => (c /= 255) <= 0.04045 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4;
@@ -135,10 +135,10 @@ def test_texts_stand_out_from_what_is_behind_them(view):
             const box = [...range.getClientRects()].find(r => r.width > 0);
             if (!box) continue; // it is not shown
             const stack = document.elementsFromPoint((box.left + box.right) / 2, (box.top + box.bottom) / 2);
-            const behind = stack.map(paint).find(opaque);
+            const background = stack.map(paint).find(opaque);
             const style = getComputedStyle(element);
             const colour = isText(element) ? style.fill : style.color;
-            if (ratio(luminance(parse(colour)), luminance(parse(behind))) < 4.5) found.push(name(element));
+            if (ratio(luminance(parse(colour)), luminance(parse(background))) < 4.5) found.push(name(element));
             ++seen;
         }
         return [found, seen > 100];

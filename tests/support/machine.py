@@ -96,7 +96,7 @@ class Entry(NamedTuple):
     inode: int
     mode: str
     owner: int
-    content: bytes | str | None  # a file's bytes, where a link leads
+    content: object  # a file's bytes, where a link leads
 
 
 def entry(path: Path) -> Entry:
