@@ -14,7 +14,7 @@ from tracing import Call
 PREFS = PATH.decode()
 PREFS_TMP = PREFS + ".tmp"
 DIRECTORY = os.path.dirname(PREFS)
-Files = dict[str, tuple[str, bytes | str | None]]  # by path, the mode and what is in it
+Files = dict[str, tuple[str, object]]  # by path, the mode and what is in it
 
 
 def loaded(failed: Call | None, stands: dict | None, opening: int = 1, reading: int = 1) -> dict:
