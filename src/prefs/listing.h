@@ -8,8 +8,8 @@
 
 namespace nebulark {
 
-// Five lines, "NAME = VALUE", each ended by a line feed, with the values aligned. Switches are on or off; the
-// brightness is followed by its target background level. A value outside its enumeration is listed as the default.
+// One line for each preference, "NAME = VALUE", ended by a line feed, with the values aligned. Switches are on or off;
+// the brightness is followed by its target background level. A value outside its enumeration is listed as the default.
 // Prints nothing itself.
 [[nodiscard]] std::string print_preferences(const Preferences& preferences);
 

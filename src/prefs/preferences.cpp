@@ -12,7 +12,7 @@ namespace {
 
 using Words = std::span<const std::string_view>;
 
-// Does not compile while a member has no row.
+// Names every member, twice. Compiles only if these lists and `preference_fields` agree with `Preferences`.
 static_assert([] {
   const auto [autostretch, brightness, cfa, labelformat, labelcorner] = Preferences{};
   const std::tuple members(autostretch, brightness, cfa, labelformat, labelcorner);

@@ -1,4 +1,4 @@
-// The five rendering preferences of the Nebulark thumbnailer: their names, words and defaults, and how one NAME=VALUE
+// The rendering preferences of the Nebulark thumbnailer: their names, words and defaults, and how one NAME=VALUE
 // text changes them.
 //
 // The command line, the preferences file and the listing take names and words from `preference_fields`. The usage text
@@ -60,7 +60,8 @@ inline constexpr std::array<PreferenceField, 5> preference_fields{{
 // The word for the field's value. A value outside its enumeration has the default's word.
 [[nodiscard]] std::string_view word_of(const PreferenceField& field, const Preferences& preferences);
 
-// The same for a value that is in no record.
+// Word and value of one enumeration, for a value that is in no record: each enumeration has both functions. The
+// commands go through the table.
 [[nodiscard]] std::string_view brightness_word(Brightness value);
 [[nodiscard]] std::string_view cfa_word(CfaMode value);
 [[nodiscard]] std::string_view label_corner_word(LabelCorner value);

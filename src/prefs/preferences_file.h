@@ -36,7 +36,7 @@ namespace nebulark {
 // file. Where an error or a lack of memory ends the reading early, the complete lines before that point are applied.
 [[nodiscard]] Preferences read_preferences(std::FILE* file);
 
-// The eight lines shown above, for these preferences. A value outside its enumeration is written as the default.
+// The text shown above, for these preferences. A value outside its enumeration is written as the default.
 [[nodiscard]] std::string preferences_text(const Preferences& preferences);
 
 // What the preferences file sets. A file that is absent or cannot be opened gives the defaults.

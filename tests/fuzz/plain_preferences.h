@@ -9,6 +9,8 @@
 
 namespace nebulark {
 
+static_assert(preference_fields.size() == 5, "a new preference belongs in plain_assign()");
+
 inline std::string plain_word(std::string text) {
   const auto is_blank = [](char byte) { return byte == ' ' || byte == '\t' || byte == '\r'; };
   while (!text.empty() && is_blank(text.front()))

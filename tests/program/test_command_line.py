@@ -1,5 +1,6 @@
 """The command word, and what becomes of the words after it."""
 
+import re
 import subprocess
 
 import pytest
@@ -7,6 +8,7 @@ import pytest
 from cache import CLEAR, HOME, PHOTO, report, report_all
 from machine import unless_emulated
 from texts import USAGE, shown
+from vocabulary import preferences
 
 LONG = "x" * 100 * 1024
 
@@ -19,6 +21,11 @@ def test_no_command_word_prints_the_usage_on_standard_error(machine):
 @pytest.mark.parametrize("further", [[], ["--version", "%s%n", b"\xff", ""]], ids=["alone", "further words"])
 def test_help_goes_to_standard_error_and_is_a_success(machine, word, further):
     assert machine.run(word, *further) == (0, b"", USAGE)
+
+
+def test_usage_names_every_preference_and_its_words(machine):
+    named = [f"{name}={'|'.join(known.words)}" for name, known in preferences(machine).items()]
+    assert re.findall(r"[a-z]+=\S+", USAGE.decode()) == named
 
 
 @pytest.mark.parametrize("further", [[], ["--help", LONG]], ids=["alone", "further words"])

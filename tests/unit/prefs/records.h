@@ -52,6 +52,8 @@ inline constexpr std::array<Spelling<LabelCorner>, 4> label_corner_spellings{{
     {LabelCorner::BottomRight, "bottomright"},
 }};
 
+static_assert(preference_fields.size() == 5, "a new preference belongs in PrintTo, Record and all_records()");
+
 // A record and the words of its values, without the switches: a switch has several words.
 struct Record {
   Preferences preferences;
