@@ -11,8 +11,7 @@
 
 namespace nebulark {
 
-// The result of closing is ignored: a file that was only read loses nothing, and save_preferences() says why it ignores
-// the result for the file that it writes.
+// The result of closing is ignored. It matters only for a file that was written: see save_preferences().
 struct CloseFile {
   void operator()(std::FILE* file) const noexcept { (void)std::fclose(file); }
 };
@@ -37,14 +36,14 @@ public:
   [[nodiscard]] explicit operator bool() const { return number_ != -1; }
   [[nodiscard]] int get() const { return number_; }
 
-  // Gives the descriptor up without closing it.
+  // Gives up the descriptor without closing it.
   [[nodiscard]] int release() { return std::exchange(number_, -1); }
 
 private:
   int number_;
 };
 
-// A stream or directory over an open descriptor, which it then owns. Null if there is no descriptor or the C library
+// Makes a stream or directory that owns the descriptor. Returns null if there is no descriptor, or if the C library
 // fails; the descriptor is then closed.
 [[nodiscard]] inline FileHandle stream_over(Descriptor descriptor, const char* mode) {
   FileHandle file(descriptor ? ::fdopen(descriptor.get(), mode) : nullptr);

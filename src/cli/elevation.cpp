@@ -14,11 +14,11 @@ namespace nebulark {
 
 namespace {
 
-// Never looked up along PATH, which may hold anything.
+// Never searched in PATH, which may hold anything.
 constexpr const char* pkexec_path = "/usr/bin/pkexec";
 
-// The path of the running executable, from the kernel: argument 0 is the caller's choice, and the caller must not
-// choose what runs as root. Where the path is longer than 4095 bytes, the kernel does not tell it.
+// The running executable's path, from the kernel. Argument 0 comes from the caller, who must not choose what runs as
+// root. The kernel gives no path longer than 4095 bytes.
 std::optional<std::string> own_path() {
   std::array<char, 4095> path;
   const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
@@ -26,7 +26,7 @@ std::optional<std::string> own_path() {
   return std::string(path.data(), static_cast<std::size_t>(length));
 }
 
-// Waits once: this process handles no signals, so none interrupts the wait.
+// Needs no retry: this process handles no signals, so none interrupts the wait.
 int wait_for(pid_t child) {
   int status = 0;
   if (::waitpid(child, &status, 0) == -1) return -1;
@@ -39,7 +39,7 @@ int reexec_with_pkexec(Words words) {
   if (::geteuid() == 0) return -1;
   if (::access(pkexec_path, X_OK) != 0) return -1;
 
-  // Text that is still in a buffer at the fork would be printed late, or twice.
+  // Text still in a buffer would be printed late or twice.
   (void)std::fflush(stdout);
   (void)std::fflush(stderr);
 

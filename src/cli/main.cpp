@@ -8,7 +8,7 @@
 //     --clear-thumb-cache  thumbcache/clearing.h
 //
 // Command words are matched whole: no abbreviations, no values after an equals sign. A command ignores words that it
-// does not use. It returns the exit status: 0 for done, 1 for could not be done, 2 for a usage error.
+// does not use. It returns the exit status: 0 done, 1 failed, 2 usage error.
 
 #include <array>
 #include <cstdio>
@@ -36,7 +36,7 @@ int print_version(Words) {
 
 int prefs(Words) { return show_preferences(); }
 
-// "--all" is accepted in this one place: a typo must never delete more.
+// Only the next word can be "--all": a typo must never delete more.
 int clear(Words words) {
   const bool all = words.size() > 1 && std::string_view(words[1]) == "--all";
   return clear_thumbnail_cache(all);
@@ -44,7 +44,7 @@ int clear(Words words) {
 
 struct Command {
   std::string_view word;
-  int (*run)(Words words); // from the command word on
+  int (*run)(Words words); // starting with the command word
 };
 
 constexpr std::array<Command, 6> commands{{

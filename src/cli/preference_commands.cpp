@@ -24,10 +24,9 @@ int write_directly(const Preferences& preferences) {
   return 0;
 }
 
-// The second run applies the same words and prints its own listing and hint. The listing here repeats that on purpose:
-// it is read back from the file, and shows what now holds.
+// The second run prints its own listing and hint. This listing repeats it on purpose: it shows what the file holds now.
 int write_with_elevation(Words words) {
-  // Printed before it is known whether elevation is possible: no password prompt may come unannounced.
+  // Printed before elevation is tried: no password prompt may come unannounced.
   (void)std::printf(
       "Preferences are machine wide, so this needs administrator\nrights. You may be asked for your password.\n\n");
   (void)std::fflush(stdout);

@@ -1,5 +1,4 @@
-// The two commands that show and change the preferences. Both print their results and messages, and return the exit
-// status.
+// The commands that show and change the preferences. Both print all messages and return the exit status.
 
 #pragma once
 
@@ -11,11 +10,10 @@ namespace nebulark {
 // returns 0.
 [[nodiscard]] int show_preferences();
 
-// --set: applies every assignment to the preferences and replaces the file, through pkexec when this user may not write
-// it. `words` is the command line from "--set" on. One bad assignment, and nothing is written and no password asked
-// for.
+// --set: applies all assignments and replaces the file, through pkexec if this user may not write it. `words` is the
+// command line, starting with "--set". If one assignment is bad, nothing is written and no password is asked for.
 //
-// Returns 0 when the file was written, 1 when it could not be, 2 when there is no assignment or a bad one.
+// Returns 0 if the file is written, 1 if it cannot be, 2 if there is no assignment or a bad one.
 [[nodiscard]] int set_preferences(Words words);
 
 } // namespace nebulark

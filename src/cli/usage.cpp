@@ -6,7 +6,7 @@ namespace nebulark {
 
 namespace {
 
-// Leaves out "-h", and "--all", which deletes what other programs drew and is explained in the manual.
+// Leaves out "-h", and "--all": that deletes other programs' thumbnails too, and the manual explains it.
 constexpr char usage_text[] = R"(nebulark-ctl: set how Nebulark draws thumbnails, and clear the cached ones
 
 usage:

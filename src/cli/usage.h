@@ -4,8 +4,8 @@
 
 namespace nebulark {
 
-// Prints the usage text on standard error, also when the user asked for it: standard output carries what a command did,
-// and never the usage text.
+// Prints the usage text on standard error, even if the user asked for it: standard output carries only what a command
+// did.
 void print_usage();
 
 } // namespace nebulark

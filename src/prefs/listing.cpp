@@ -8,7 +8,7 @@ namespace nebulark {
 
 namespace {
 
-// Six significant digits without trailing zeros: 0.15, where all the digits of a float would be 0.150000006.
+// Six significant digits without trailing zeros: 0.15, although the float is 0.150000006.
 std::string level_text(float level) {
   std::array<char, 32> text{};
   (void)std::snprintf(text.data(), text.size(), "%g", static_cast<double>(level));

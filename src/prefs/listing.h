@@ -1,4 +1,4 @@
-// The preferences as a person reads them.
+// The listing: the preferences for people to read.
 
 #pragma once
 
@@ -8,9 +8,9 @@
 
 namespace nebulark {
 
-// One line for each preference, "NAME = VALUE", ended by a line feed, with the values aligned. Switches are on or off;
-// the brightness is followed by its target background level. A value outside its enumeration is listed as the default.
-// Prints nothing itself.
+// A line for each preference, "NAME = VALUE", each with a line feed, the values aligned. Switches are on or off; the
+// brightness also shows its target background. A value outside its enumeration is listed as the default. Prints nothing
+// itself.
 [[nodiscard]] std::string print_preferences(const Preferences& preferences);
 
 } // namespace nebulark

@@ -33,7 +33,7 @@ void set_value(const PreferenceField& field, std::int32_t value, Preferences& pr
 }
 
 std::string_view word_at(Words words, std::int32_t value, std::int32_t fallback) {
-  const auto position = static_cast<std::size_t>(value); // a negative value becomes one far beyond the last word
+  const auto position = static_cast<std::size_t>(value); // a negative value becomes a huge position
   return words[position < words.size() ? position : static_cast<std::size_t>(fallback)];
 }
 
@@ -50,7 +50,7 @@ std::optional<std::int32_t> parse_value(const PreferenceField& field, std::strin
   return value;
 }
 
-// "auto, color or mono". A switch has more words than these two; they are for scripts and need no advertising.
+// "auto, color or mono". A switch also takes other words, for scripts; the message need not name them.
 std::string expected_words(const PreferenceField& field) {
   if (is_switch(field)) return "on or off";
   std::string text(field.words.front());

@@ -60,13 +60,12 @@ inline constexpr std::array<PreferenceField, 5> preference_fields{{
 // The word for the field's value. A value outside its enumeration has the default's word.
 [[nodiscard]] std::string_view word_of(const PreferenceField& field, const Preferences& preferences);
 
-// Word and value of one enumeration, for a value that is in no record: each enumeration has both functions. The
-// commands go through the table.
+// Word and value of one enumeration, without a record; the commands go through the table.
 [[nodiscard]] std::string_view brightness_word(Brightness value);
 [[nodiscard]] std::string_view cfa_word(CfaMode value);
 [[nodiscard]] std::string_view label_corner_word(LabelCorner value);
 
-// The value of a word that is already trimmed and in lower case; nothing for any other text.
+// The value of a trimmed word in lower case; nothing for any other text.
 [[nodiscard]] std::optional<Brightness> parse_brightness(std::string_view word);
 [[nodiscard]] std::optional<CfaMode> parse_cfa_mode(std::string_view word);
 [[nodiscard]] std::optional<LabelCorner> parse_label_corner(std::string_view word);

@@ -19,7 +19,7 @@ static_assert(file_path.rfind('/') != std::string_view::npos);
 
 std::string directory_path() { return std::string(file_path.substr(0, file_path.rfind('/'))); }
 
-// The file spells its switches true and false, as the settings window does; people are shown on and off.
+// The file stores true and false, as the settings window does; the listing shows on and off.
 std::string_view stored_word(const PreferenceField& field, const Preferences& preferences) {
   const std::string_view word = word_of(field, preferences);
   if (!is_switch(field)) return word;
@@ -35,7 +35,7 @@ void apply_line(std::string_view line, Preferences& preferences) {
   (void)apply_assignment(text, preferences, error);
 }
 
-// What getline() reads into. It allocates the text, and grows it for a longer line.
+// The buffer that getline() allocates and grows.
 struct LineBuffer {
   LineBuffer& operator=(LineBuffer&&) = delete;
   ~LineBuffer() { std::free(text); }
@@ -53,7 +53,7 @@ Preferences read_preferences(std::FILE* file) {
   LineBuffer line;
   try {
     ssize_t length = 0;
-    // When an error cuts a line, getline() still returns the part before it.
+    // When an error cuts a line short, getline() still returns its first part.
     while ((length = ::getline(&line.text, &line.size, file)) != -1 && std::ferror(file) == 0)
       apply_line({line.text, static_cast<std::size_t>(length)}, preferences);
   } catch (const std::bad_alloc&) {
@@ -83,7 +83,7 @@ bool save_preferences(const Preferences& preferences) {
   // If the directory cannot be made, opening the file in it fails.
   (void)::mkdir(directory_path().c_str(), 0755);
 
-  // Whatever the umask, no other user may open the new file for writing: they could still write to it after the rename.
+  // Whatever the umask, no other user may open the new file for writing: they could write to it even after the rename.
   FileHandle file =
       stream_over(Descriptor(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)), "w");
   if (!file) return false;
@@ -93,7 +93,7 @@ bool save_preferences(const Preferences& preferences) {
   // Closing writes the buffered text. Its result is ignored by design: the save goes on.
   file.reset();
 
-  // Readable by every user, whatever the umask. If that fails, the new preferences are still put in place.
+  // Every user may read it, whatever the umask. If that fails, the save still goes on.
   (void)::chmod(temporary.c_str(), 0644);
   return std::rename(temporary.c_str(), path.c_str()) == 0;
 }

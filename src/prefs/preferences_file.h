@@ -12,11 +12,11 @@
 //     labelformat=false
 //     labelcorner=bottomright
 //
-// Reading is lenient. A line feed ends a line; the last line may lack it. Blanks at both ends of a line are dropped,
-// carriage returns among them, and empty lines are skipped. A line that begins with "#" or ";" is a comment, and one
-// that begins with "[" is a section header, which has no meaning. Every other line is an assignment as on the command
-// line; one that would be rejected there is skipped. The last valid line for a name wins. Lines may hold any byte and
-// have any length. One line is in memory at a time; a line too long for memory ends the reading.
+// Reading is lenient. A line ends in a line feed, which the last line may lack. Blanks and carriage returns at both
+// ends of a line are dropped, and empty lines are skipped. A line that begins with "#" or ";" is a comment; "[" begins
+// a section header, which has no meaning. Every other line is an assignment as on the command line, and is skipped if
+// it would be rejected there. The last valid line for a name wins. Lines may hold any byte and have any length. One
+// line is in memory at a time; a line too long for memory ends the reading.
 //
 // Nothing here prints. All paths are fixed: no environment variable changes them.
 
@@ -33,25 +33,25 @@ namespace nebulark {
 [[nodiscard]] std::string preferences_path();
 
 // The preferences that an open file sets, over the defaults. Reads from the current position, and does not close the
-// file. Where an error or a lack of memory ends the reading early, the complete lines before that point are applied.
+// file. If an error or a lack of memory ends the reading, the complete lines before it count.
 [[nodiscard]] Preferences read_preferences(std::FILE* file);
 
 // The text shown above, for these preferences. A value outside its enumeration is written as the default.
 [[nodiscard]] std::string preferences_text(const Preferences& preferences);
 
-// What the preferences file sets. A file that is absent or cannot be opened gives the defaults.
+// The preferences that the file sets; the defaults if it is absent or cannot be opened.
 [[nodiscard]] Preferences load_preferences();
 
 // Replaces the file by a new one, mode 0644, in one step: a reader sees the old text or the new one. Makes the file's
-// directory, but not its parents, if it is missing. Returns false when that fails; the file is then unchanged.
+// directory, but not its parents, if it is missing. Returns false on failure; the file is then unchanged.
 //
-// The new text is first written to PATH.tmp, which is created so that only its owner may write it. A save that fails
-// may leave PATH.tmp in place; the next save writes to it again and keeps its owner. Two saves at the same moment share
-// it without a lock. Nothing is forced to disk.
+// The text first goes to PATH.tmp, which is created so that only its owner may write it. A failed save may leave
+// PATH.tmp; the next save uses it again and keeps its owner. Two saves at once share it without a lock. Nothing is
+// forced to disk.
 [[nodiscard]] bool save_preferences(const Preferences& preferences);
 
-// Whether this process, by its real user and group, may write the file or, where there is no file, its directory.
-// False where there is no directory either, for root too, although a save would make it.
+// Whether this process, by its real user and group, may write the file, or its directory if there is no file. False
+// without a directory, even for root, although a save would make it.
 [[nodiscard]] bool preferences_writable();
 
 } // namespace nebulark

@@ -7,8 +7,8 @@
 
 namespace nebulark {
 
-// The text without its leading and trailing blanks: space, horizontal tab and carriage return. Any other byte is text,
-// a line feed, a form feed and a NUL included. A text of nothing but blanks gives "".
+// The text without the blanks at its ends: space, tab and carriage return. Every other byte is text, even a line feed
+// or a NUL.
 [[nodiscard]] std::string trim_blanks(std::string_view text);
 
 // Lowers A to Z in place; every other byte stays.

@@ -1,7 +1,7 @@
 // Where the desktop keeps a user's thumbnails: "thumbnails" in the user's cache directory (XDG base directories), with
 // one directory for each size and one for failures (the freedesktop thumbnail standard).
 //
-// Nothing here touches the file system; a directory named here need not exist.
+// Nothing here touches the file system: the directories need not exist.
 
 #pragma once
 
@@ -19,7 +19,7 @@ inline constexpr std::array<std::string_view, 5> thumbnail_size_dirs{"normal", "
 // "" if neither is set. Reads the environment at each call.
 [[nodiscard]] std::string user_cache_dir();
 
-// user_cache_dir() followed by "/thumbnails". Not to be used when user_cache_dir() is empty.
+// user_cache_dir() followed by "/thumbnails". Means nothing when user_cache_dir() is empty.
 [[nodiscard]] std::string thumbnail_cache_dir();
 
 } // namespace nebulark

@@ -20,15 +20,15 @@ namespace nebulark {
 
 namespace {
 
-// A directory that is being cleared, and the one above it. A chain on the heap rather than recursion: no tree, however
-// deep, may overflow the stack.
+// A directory that is being cleared, and the one above it. On the heap, without recursion: a deep tree must not
+// overflow the stack.
 struct Level {
   DirectoryHandle directory;
   ReadAhead read_ahead;
   std::unique_ptr<Level> above;
 };
 
-// Goes down into a directory. Skips one that could not be opened, or that there is no memory for.
+// Goes down into a directory; skips it if opening it failed or memory is short.
 void enter(std::unique_ptr<Level>& level, Descriptor descriptor) {
   DirectoryHandle directory = directory_over(std::move(descriptor));
   if (!directory) return;
@@ -47,14 +47,14 @@ void clear_file(int directory, const char* name, bool all, ClearCounts& counts) 
   if (::unlinkat(directory, name, 0) == 0) ++counts.removed;
 }
 
-// Other programs may replace a directory by a link at any moment, and a path through it then leads elsewhere. So
+// Other programs may replace a directory by a link at any moment, and a path through it would lead elsewhere. So
 // status, opening and deleting take the open directory and a name.
 void clear_entry(std::unique_ptr<Level>& level, const dirent& entry, bool all, ClearCounts& counts) {
   const int directory = ::dirfd(level->directory.get());
   if (!all) level->read_ahead.arrive_at(directory, entry);
 
-  // The entry's own type is not enough: some file systems leave it out, and files in a directory that may be listed but
-  // not entered must not be counted.
+  // The directory entry's type is not enough: some file systems leave it out, and a file in a directory that can be
+  // listed but not entered must not count.
   struct stat status;
   if (::fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
   if (S_ISDIR(status.st_mode))

@@ -18,7 +18,7 @@ bool ends_with_lowered(std::string_view text, std::string_view ending) {
 }
 
 bool has_nebulark_extension(std::string_view uri) {
-  // Two searches: find_first_of makes a call for each byte of the URI, half of all instructions.
+  // Two searches: find_first_of would make a call for each byte of the URI, half of all instructions.
   const std::string_view path = uri.substr(0, std::min(uri.find('?'), uri.find('#')));
   return std::ranges::any_of(nebulark_extensions,
                              [path](std::string_view ending) { return ends_with_lowered(path, ending); });

@@ -31,15 +31,15 @@ bool is_cold(const Descriptor& file) {
 #endif
 }
 
-// A second listing of the directory, from a place on.
+// Lists the directory again, starting at a place.
 DirectoryHandle listing_from(int directory, off_t place) {
   Descriptor listing(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!listing || ::lseek(listing.get(), place, SEEK_SET) == -1) return nullptr;
   return directory_over(std::move(listing));
 }
 
-// Asks for the heads of the next `count` files, from a place in the listing on. Returns the place after them; none if
-// the first head is already in memory or the directory cannot be listed.
+// Asks for the heads of `count` files, starting at a place in the listing. Returns the place after them, or none if the
+// first head is in memory or the directory cannot be listed.
 std::optional<off_t> ask_for_heads(int directory, off_t place, unsigned count) {
   const DirectoryHandle listing = listing_from(directory, place);
   if (!listing) return std::nullopt;

@@ -1,15 +1,14 @@
-// Asking for the heads of a directory's files before the walk reads them.
+// Asks the kernel for the heads of a directory's files before the walk reads them.
 //
-// Most of a real cache is not in memory when it is cleared, and clearing then mostly waits for the disk, file by file.
-// So one file in 64 is probed: is its head in memory? If not, the kernel is told which files come next in the listing,
-// and reads their heads while the walk reads the present ones.
+// Most of a real cache is not in memory, and a walk would wait for the disk at each file. So one file in 64 is probed:
+// is its head in memory? If not, the kernel is told which files come next, and reads their heads while the walk goes
+// on.
 //
-// These are hints. They change no result, no order and no count. They open regular files only, by the type in the
-// directory entry, and nothing stays open between two calls, so they never take a descriptor from the walk. Only a
-// program that holds a write lease on a file can notice: opening asks it to give up the lease.
+// These hints change no result, no order and no count. They open only regular files, by the type in the directory
+// entry. Nothing stays open between two calls, so they take no descriptor from the walk. Only a program that holds a
+// write lease on a file can notice: opening asks it to give up the lease.
 //
-// Nothing is read ahead where the kernel cannot tell what is in memory, or where the file system gives no types in its
-// directory entries.
+// Nothing is read ahead if the kernel cannot tell what is in memory, or if directory entries have no types.
 
 #pragma once
 
@@ -23,7 +22,7 @@ namespace nebulark {
 // The state of one directory's listing.
 class ReadAhead {
 public:
-  // To be called for every entry of the open directory, in the order of the listing, before the file is opened.
+  // Call this for every entry of the open directory, in the order of the listing, before opening the file.
   void arrive_at(int directory, const dirent& entry);
 
 private:

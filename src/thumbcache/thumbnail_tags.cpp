@@ -18,7 +18,7 @@ constexpr std::size_t header_size = 8; // length and type
 constexpr std::size_t crc_size = 4;
 constexpr std::uint32_t longest_chunk = 1U << 20; // bytes; no thumbnailer writes a tag near this
 
-// With the NUL that ends a keyword in the file, so that no longer keyword matches.
+// With the NUL that ends a keyword: a longer keyword must not match.
 constexpr std::string_view uri_keyword("Thumb::URI\0", 11);
 constexpr std::string_view mimetype_keyword("Thumb::Mimetype\0", 16);
 
@@ -28,13 +28,13 @@ std::size_t read_at(int file, std::uint64_t offset, char* bytes, std::size_t siz
   return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
-// Reads a file by offset, forward. A thumbnail's tags are in its first few hundred bytes, in a dozen short chunks: one
-// read fills a window with all of them.
+// Reads a file forward, by offset. A thumbnail's tags are in its first few hundred bytes: one read gets all of them
+// into the window.
 class Reader {
 public:
   explicit Reader(int file) : file_(file) {}
 
-  // The `size` bytes at `offset`, valid until the next call; nothing where the file ends before them.
+  // The `size` bytes at `offset`, valid until the next call; nothing if the file ends before them.
   [[nodiscard]] std::optional<std::string_view> read(std::uint64_t offset, std::size_t size) {
     if (!holds(offset, size) && !at_end_) {
       if (size > window_.size()) return read_long(offset, size);
@@ -50,7 +50,7 @@ private:
   void move_to(std::uint64_t offset) {
     start_ = offset;
     size_ = read_at(file_, offset, window_.data(), window_.size());
-    at_end_ = size_ < window_.size(); // a regular file gives less than was asked for only at its end
+    at_end_ = size_ < window_.size(); // a regular file gives less than asked only at its end
   }
 
   [[nodiscard]] std::optional<std::string_view> read_long(std::uint64_t offset, std::size_t size) {
