@@ -1,11 +1,11 @@
-/* Clears a thumbnail cache with as few system calls as possible, to measure nebulark-ctl --clear-thumb-cache against.
+/* Clears a thumbnail cache with as few system calls as possible, to compare nebulark-ctl --clear-thumb-cache with.
  *
  *     floor CACHE         deletes the thumbnails of astronomical files in the five directories of CACHE/thumbnails
  *     floor CACHE --all   deletes every file there
  *
- * It prints how many files it deleted and how many it left. Directories are listed in large reads. A file costs one
- * fstatat, without --all also one openat, one read of 4 KiB and one close, and an unlinkat if it is deleted. It is not
- * safe to use: it assumes that calls succeed, and that every file is a whole PNG file with its tags in the first 4 KiB.
+ * It prints how many files it deleted and how many it left. A file costs one fstatat; without --all also an openat, a
+ * read of 4 KiB and a close; and an unlinkat if it is deleted. Never use it on a real cache: it assumes that calls
+ * succeed, and that every file is a whole PNG file with its tags in the first 4 KiB.
  */
 
 #define _GNU_SOURCE

@@ -23,8 +23,8 @@
 
 #define LENGTH(array) (sizeof(array) / sizeof *(array))
 
-/* Of 100 files, how many are in each directory; their width in pixels and their size in bytes. Most are small, and a
- * failure marker holds nothing but its tags. */
+/* Of 100 files, the number in each directory; their width in pixels and size in bytes. Most are small; a failure marker
+ * holds only tags. */
 static const struct size_dir {
   const char* path;
   unsigned share, width, smallest, largest;
@@ -105,7 +105,7 @@ static void add_text(struct head* head, const char* keyword, const char* text) {
   add_chunk(head, "tEXt", data, (size_t)snprintf(data, sizeof data, "%s%c%s", keyword, 0, text));
 }
 
-/* As if it were compressed. */
+/* Noise stands for the compressed text. */
 static void add_compressed_text(struct head* head, const char* keyword, size_t size) {
   char data[256];
   const size_t start = (size_t)snprintf(data, sizeof data, "%s%c%c", keyword, 0, 0);
@@ -169,7 +169,7 @@ static size_t choose_size_dir(uint64_t* random) {
   return chosen;
 }
 
-/* How many bytes of image data the file has, so that its size is usual for its directory. */
+/* The bytes of image data that give the file a usual size for its directory. */
 static size_t choose_image_size(uint64_t* random, const struct size_dir* size_dir) {
   const uint64_t part = next(random) % 1024;
   return 11 + size_dir->smallest + (size_dir->largest - size_dir->smallest) * part * part / (1024 * 1024);

@@ -1,4 +1,4 @@
-"""What measure.py measures with: caches to work on, and the times, calls, instructions and memory of commands."""
+"""The instruments of measure.py: caches, and the times, calls, instructions and memory of commands."""
 
 import contextlib
 import json
@@ -32,13 +32,13 @@ def cache(place, count, percent=0, *how):
     with tempfile.TemporaryDirectory(prefix="bench.", dir=place) as directory:
         fill = [GENERATE, directory, count, percent, *how]
         run(*fill)
-        os.sync()  # or the kernel writes it to disk while something is timed
+        os.sync()  # or the kernel writes the cache to disk during the measurement
         os.environ["XDG_CACHE_HOME"] = directory
         yield directory, fill
 
 
 def file_system(directory):
-    """Its type, from stat: it answers even in a chroot, where no mount has a name, but calls every ext ext2/ext3."""
+    """Its type, by stat, which also works in a chroot, but calls ext4 ext2/ext3."""
     return run("stat", "--file-system", "--format=%T", directory).strip()
 
 
@@ -51,7 +51,7 @@ def clock_time(timed):
 
 
 def race(rounds, runs, *commands, before=None, seconds=processor_time):
-    """The median seconds of each command: so many rounds, in which each has so many runs, each after `before`."""
+    """The median seconds of each command. It has so many runs in each of so many rounds, each run after `before`."""
     texts = [shlex.join(map(str, command)) for command in commands]
     prepare = ["--prepare", shlex.join(map(str, before))] if before else []
     times = {text: [] for text in texts}
@@ -61,7 +61,7 @@ def race(rounds, runs, *commands, before=None, seconds=processor_time):
             first = turn % len(texts)
             run("hyperfine", *how, *prepare, *texts[first:], *texts[:first])
             for timed in json.loads(Path(result.name).read_text())["results"]:
-                expected = 1 if timed["command"].startswith("grep ") else 0  # grep is to find nothing
+                expected = 1 if timed["command"].startswith("grep ") else 0  # grep finds nothing
                 if set(timed["exit_codes"]) != {expected}:
                     sys.exit(f"{timed['command']}: status {timed['exit_codes']}")
                 times[timed["command"]].append(seconds(timed))

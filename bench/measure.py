@@ -2,12 +2,12 @@
 
     measure.py [--large] [DIRECTORY]
 
-A time is the processor time of a whole process, in the program and in the kernel: on a busy machine other processes do
-not count. With a cold cache it is the time on the clock, because waiting for the disk is most of it. The sides of a
-comparison take turns, so that a slower machine slows all of them, and the median of a side's rounds counts.
+Times are processor time, in the program and in the kernel, so that other processes do not count. For a cold cache they
+are time on the clock, because most of that is waiting for the disk. The compared programs take turns, so that a slow
+moment slows all of them, and the median of the rounds counts.
 
-Caches are temporary directories where temporary files go: by default on an ordinary file system, as real caches are. On
-tmpfs the kernel does less for a file, so that the tool's own work is a larger part of the whole.
+Caches are where temporary files go: usually on an ordinary file system, as real caches are. On tmpfs the kernel does
+less for each file, and the tool's own work counts for more.
 """
 
 import argparse
@@ -28,7 +28,7 @@ CLEAR = [TOOL, "--clear-thumb-cache"]  # the cache that XDG_CACHE_HOME names
 GREP = ["grep", "-rlF", "-e.xisf", "-e.fits", "-e.fit", "-e.fts", "-e.kxproj"]
 FEW, SOME, MANY, MILLION = 1000, 3000, 20_000, 1_000_000
 
-# Measurements of the same thing differ by less: a fraction of a time, and KiB of memory.
+# Repeated measurements differ by less: a fraction of a time, and KiB of memory.
 NOISE, SOME_PAGES = 0.05, 128
 
 HEADINGS = ("", "nebulark-ctl", "against", "which has", "ratio", "at most", "reached")
@@ -41,14 +41,14 @@ notes = []  # on what could not be measured
 
 
 def row(what, tool, against, other, ratio, bound="", reached=None):
-    """Adds a row to the table: texts, except the ratio, a number, and `reached`, a truth."""
+    """Adds a row to the table. `ratio` is a number, `reached` true or false, the rest texts."""
     verdict = "" if reached is None else "yes" if reached else "no"
     rows.append((what, tool, against, other, f"{ratio:.2f}", bound, verdict))
     print(f"  {what}: {tool}, {against} {other}", file=sys.stderr)
 
 
 def compare(what, shown, tool, against, other, bound=None):
-    """Adds a row of two numbers whose ratio is to be at most the bound."""
+    """Adds a row of two numbers, whose ratio should be at most the bound."""
     ratio = tool / other
     within = (times(bound), ratio <= bound) if bound else ()
     row(what, shown(tool), against, shown(other), ratio, *within)
@@ -122,7 +122,7 @@ def time_scanning(place):
 
 
 def why_not_cold(place):
-    """Why files there cannot be out of memory; "" if they can."""
+    """Why no cache there can be cold; "" if one can."""
     if file_system(place) == "tmpfs":
         return "tmpfs is memory"
     if not os.access(DROP_CACHES, os.W_OK):
@@ -152,7 +152,7 @@ def time_deleting(place):
 def time_clearing(place):
     with cache(place, MANY // 4) as (directory, fill):
         rm, find = ["rm", "-rf", f"{directory}/thumbnails"], ["find", directory, "-type", "f", "-delete"]
-        # The last command left the directories or deleted them; each is to find new ones.
+        # The last command left the directories or deleted them; each command gets new ones.
         refill = ["sh", "-c", f"{shlex.join(rm)} && {shlex.join(map(str, fill))}"]
         tool, rm, find = race(12, 1, [*CLEAR, "--all"], rm, find, before=refill)
     what = f"clearing {MANY // 4:,} files with --all"
@@ -176,7 +176,8 @@ def measure_memory(place):
 
 
 def measure_growth(place, most, memory_for_few, *how):
-    """What a large cache costs, and a quarter of it. Both exist at once, so that the runs can take turns."""
+    """What a large cache costs, and one of a quarter of the size. Both exist at once, so that the runs can take
+    turns."""
     with cache(place, most // 4, 0, *how) as (small, _), cache(place, most, 0, *how) as (large, _):
         tool = [["env", f"XDG_CACHE_HOME={directory}", *CLEAR] for directory in (small, large)]
         floor = [[FLOOR, directory] for directory in (small, large)]

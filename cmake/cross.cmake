@@ -16,14 +16,14 @@ set(CMAKE_CXX_COMPILER ${triplet}-g++)
 set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/${emulator})
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES NEBULARK_PROCESSOR)
 
-# Programs that run while building are those of this machine; headers and libraries are not.
+# Uses this machine's programs, and the other processor's headers and libraries.
 set(CMAKE_FIND_ROOT_PATH /usr/${triplet})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# A build that is tested runs on this machine, where the C library of the other processor is in a directory of its own.
+# Tests run on this machine, which has the other processor's C library in another directory.
 if(BUILD_TESTING)
   file(GLOB loader /usr/${triplet}/lib/ld*.so.*)
   set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,--dynamic-linker=${loader} -Wl,-rpath,/usr/${triplet}/lib")

@@ -1,5 +1,5 @@
-# Where an installation puts what, below the prefix. That is /usr unless the caller says otherwise: there alone the tool
-# finds its preferences, polkit the action, and a reader the page that the usage text names.
+# What an installation puts where, below the prefix. The default is /usr: only there does the tool find its preferences,
+# polkit the action, and a reader the page that the usage text names.
 
 if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT)
   set_property(CACHE CMAKE_INSTALL_PREFIX PROPERTY VALUE /usr)
@@ -17,13 +17,12 @@ install(FILES data/completions/nebulark-ctl DESTINATION ${NEBULARK_BASH_COMPLETI
 install(FILES data/completions/nebulark-ctl.fish DESTINATION ${data}/fish/vendor_completions.d)
 install(FILES data/completions/_nebulark-ctl DESTINATION ${NEBULARK_ZSH_COMPLETIONS})
 
-# The action names the tool by its full path. The prefix may change up to the last moment: cmake --install --prefix.
+# The action names the tool's full path, and cmake --install --prefix may still change it.
 set(policy ${PROJECT_BINARY_DIR}/nebulark.ctl.policy)
 install(CODE "set(CMAKE_INSTALL_FULL_BINDIR ${CMAKE_INSTALL_BINDIR})
 cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_FULL_BINDIR BASE_DIRECTORY \${CMAKE_INSTALL_PREFIX})
 configure_file(\"${PROJECT_SOURCE_DIR}/data/polkit/nebulark.ctl.policy.in\" \"${policy}\" @ONLY)")
 install(FILES ${policy} DESTINATION ${data}/polkit-1/actions)
 
-# Empty: the tool makes the preferences file, with the first --set. But that one looks for a directory to write it in, and
-# without one it fails, for root too.
+# Empty: the first --set makes the preferences file. Without the directory it fails, even for root.
 install(DIRECTORY DESTINATION ${data}/nebulark)

@@ -1,5 +1,4 @@
-# What the tool people run is built with, beyond the compiler's own settings. Debug builds, sanitized ones among them, are
-# left alone.
+# Compiler and linker options for every build except debug builds, such as the sanitized one.
 
 include(CheckCXXCompilerFlag)
 include(CheckLinkerFlag)
@@ -30,11 +29,11 @@ function(add_link_flags_where_known)
   endforeach()
 endfunction()
 
-# Sections that nothing refers to are left out, most of the C++ runtime among them.
+# Leaves out what nothing uses: most of the C++ runtime.
 add_flags_where_known(-ffunction-sections -fdata-sections)
 add_link_flags_where_known(-Wl,--gc-sections -Wl,--as-needed)
 
-# Both or neither: what throws and what catches must be of one runtime.
+# Both or neither: code that throws and code that catches must share a runtime.
 if(NEBULARK_STATIC_RUNTIME)
   add_link_flags_where_known(-static-libstdc++)
   if(links_static_libstdc__)
@@ -46,7 +45,7 @@ if(NEBULARK_HARDENING)
   check_pie_supported()
   set(CMAKE_POSITION_INDEPENDENT_CODE ON)
   add_flags_where_known(-fstack-protector-strong -fstack-clash-protection)
-  if(NOT CMAKE_CXX_FLAGS MATCHES _FORTIFY_SOURCE) # a packager's own level stands
+  if(NOT CMAKE_CXX_FLAGS MATCHES _FORTIFY_SOURCE) # a packager's own level wins
     add_compile_options($<${released}:-D_FORTIFY_SOURCE=2>)
   endif()
   if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")

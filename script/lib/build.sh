@@ -1,7 +1,8 @@
 # shellcheck shell=bash
-# Sourced by the commands in script/. build PRESET [TARGET...] builds a preset of CMakePresets.json in build/PRESET,
-# build_for PROCESSOR the tool and its tests for one processor of cmake/processors in build/PROCESSOR; both quietly, unless
-# they fail.
+# Sourced by the commands in script/. Both are quiet unless they fail:
+#
+#   build PRESET [TARGET...]    builds a preset of CMakePresets.json in build/PRESET
+#   build_for PROCESSOR         builds the tool and its tests for a processor of cmake/processors in build/PROCESSOR
 
 quietly() { # LOG COMMAND...
   mkdir -p "$(dirname "$1")"
@@ -16,7 +17,7 @@ build_in() { # DIRECTORY TARGETS CMAKE-OPTION...
   rm -f "$log"
   printf 'Building %s\n' "$1"
   quietly "$log" cmake -B "$1" "${@:3}"
-  # shellcheck disable=SC2086 # words of their own
+  # shellcheck disable=SC2086 # several words
   quietly "$log" cmake --build "$1" --parallel "$(nproc)" --target $2
 }
 

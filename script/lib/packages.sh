@@ -1,7 +1,7 @@
 # shellcheck shell=bash
-# Sourced by the commands in script/. need GROUP... installs what script/packages lists for these groups and this machine
-# lacks, and says what before it does. A processor is a group too: its compiler. Where nothing is missing it does not call
-# the package manager, and where there is no apt-get it names what is missing.
+# Sourced by the commands in script/. need GROUP... names and installs the missing packages of these groups in
+# script/packages. A processor is a group too: its compiler. Does not call the package manager if nothing is missing.
+# Without apt-get, names what is missing and fails.
 
 as_root() {
   if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo -- "$@"; fi
@@ -23,7 +23,7 @@ is_there() { # SIGN
 install_packages() { # PACKAGE...
   local log
   log=$(mktemp)
-  printf 'Installing what is missing: %s\n' "$*"
+  printf 'Installing missing packages: %s\n' "$*"
   if ! { as_root apt-get update && as_root env DEBIAN_FRONTEND=noninteractive \
     apt-get install --yes --no-install-recommends "$@"; } >"$log" 2>&1; then
     cat "$log" >&2
@@ -43,7 +43,7 @@ need() {
   done < <(rows)
   [ ${#missing[@]} -eq 0 ] && return
   if ! type -P apt-get >/dev/null; then
-    printf '%s: missing, and without apt-get not installed: %s\n' "$0" "${missing[*]}" >&2
+    printf '%s: missing, with no apt-get to install them: %s\n' "$0" "${missing[*]}" >&2
     exit 1
   fi
   install_packages "${packages[@]}"
