@@ -46,13 +46,13 @@ private:
 // Makes a stream or directory that owns the descriptor. Returns null if there is no descriptor, or if the C library
 // fails; the descriptor is then closed.
 [[nodiscard]] inline FileHandle stream_over(Descriptor descriptor, const char* mode) {
-  FileHandle file(descriptor ? ::fdopen(descriptor.get(), mode) : nullptr);
+  FileHandle file(::fdopen(descriptor.get(), mode));
   if (file) (void)descriptor.release();
   return file;
 }
 
 [[nodiscard]] inline DirectoryHandle directory_over(Descriptor descriptor) {
-  DirectoryHandle directory(descriptor ? ::fdopendir(descriptor.get()) : nullptr);
+  DirectoryHandle directory(::fdopendir(descriptor.get()));
   if (directory) (void)descriptor.release();
   return directory;
 }

@@ -13,7 +13,7 @@ namespace nebulark {
 // --set: applies all assignments and replaces the file, through pkexec if this user may not write it. `words` is the
 // command line, starting with "--set". If one assignment is bad, nothing is written and no password is asked for.
 //
-// Returns 0 if the file is written, 1 if it cannot be, 2 if there is no assignment or a bad one.
+// Returns 0 if the file is written, 1 if it is not or the outcome is unknown, 2 if there is no assignment or a bad one.
 [[nodiscard]] int set_preferences(Words words);
 
 } // namespace nebulark

@@ -4,8 +4,7 @@
 
 namespace nebulark {
 
-// Prints the usage text on standard error, even if the user asked for it: standard output carries only what a command
-// did.
+// Prints the usage text on standard error, even if the user asked for it: standard output never carries it.
 void print_usage();
 
 } // namespace nebulark

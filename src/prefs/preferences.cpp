@@ -10,9 +10,9 @@ namespace nebulark {
 
 namespace {
 
-using Words = std::span<const std::string_view>;
+using WordList = std::span<const std::string_view>;
 
-// Names every member, twice. Compiles only if these lists and `preference_fields` agree with `Preferences`.
+// Names every member, twice. Compiles only if there are as many here, in `Preferences` and in `preference_fields`.
 static_assert([] {
   const auto [autostretch, brightness, cfa, labelformat, labelcorner] = Preferences{};
   const std::tuple members(autostretch, brightness, cfa, labelformat, labelcorner);
@@ -32,12 +32,12 @@ void set_value(const PreferenceField& field, std::int32_t value, Preferences& pr
       field.member);
 }
 
-std::string_view word_at(Words words, std::int32_t value, std::int32_t fallback) {
+std::string_view word_at(WordList words, std::int32_t value, std::int32_t fallback) {
   const auto position = static_cast<std::size_t>(value); // a negative value becomes a huge position
   return words[position < words.size() ? position : static_cast<std::size_t>(fallback)];
 }
 
-std::optional<std::int32_t> position_of(std::string_view word, Words words) {
+std::optional<std::int32_t> position_of(std::string_view word, WordList words) {
   const auto found = std::ranges::find(words, word);
   if (found == words.end()) return std::nullopt;
   return static_cast<std::int32_t>(found - words.begin());
@@ -62,12 +62,12 @@ std::string expected_words(const PreferenceField& field) {
 }
 
 template <typename Value>
-std::string_view word_of_value(Words words, Value value, Value fallback) {
+std::string_view word_of_value(WordList words, Value value, Value fallback) {
   return word_at(words, static_cast<std::int32_t>(value), static_cast<std::int32_t>(fallback));
 }
 
 template <typename Value>
-std::optional<Value> value_of_word(std::string_view word, Words words) {
+std::optional<Value> value_of_word(std::string_view word, WordList words) {
   const auto position = position_of(word, words);
   return position ? std::optional(static_cast<Value>(*position)) : std::nullopt;
 }

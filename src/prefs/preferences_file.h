@@ -43,7 +43,9 @@ namespace nebulark {
 [[nodiscard]] Preferences load_preferences();
 
 // Replaces the file by a new one, mode 0644, in one step: a reader sees the old text or the new one. Makes the file's
-// directory, but not its parents, if it is missing. Returns false on failure; the file is then unchanged.
+// directory, but not its parents, if it is missing. Returns false on failure; the file is then unchanged. Errors in
+// closing the new file or setting its mode are not noticed: on a full disk the file may end early, and true is
+// returned.
 //
 // The text first goes to PATH.tmp, which is created so that only its owner may write it. A failed save may leave
 // PATH.tmp; the next save uses it again and keeps its owner. Two saves at once share it without a lock. Nothing is

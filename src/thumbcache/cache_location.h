@@ -16,7 +16,7 @@ namespace nebulark {
 inline constexpr std::array<std::string_view, 5> thumbnail_size_dirs{"normal", "large", "x-large", "xx-large", "fail"};
 
 // XDG_CACHE_HOME if it is absolute, unchanged; otherwise HOME, which may be empty or relative, followed by "/.cache";
-// "" if neither is set. Reads the environment at each call.
+// "" if HOME is not set either. Reads the environment at each call.
 [[nodiscard]] std::string user_cache_dir();
 
 // user_cache_dir() followed by "/thumbnails". Means nothing when user_cache_dir() is empty.

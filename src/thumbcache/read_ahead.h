@@ -5,8 +5,8 @@
 // on.
 //
 // These hints change no result, no order and no count. They open only regular files, by the type in the directory
-// entry. Nothing stays open between two calls, so they take no descriptor from the walk. Only a program that holds a
-// write lease on a file can notice: opening asks it to give up the lease.
+// entry, and the directory once more. Nothing stays open between two calls, so they take no descriptor from the walk. A
+// program that holds a write lease on a file is asked to give it up, as it is when the walk opens the file.
 //
 // Nothing is read ahead if the kernel cannot tell what is in memory, or if directory entries have no types.
 

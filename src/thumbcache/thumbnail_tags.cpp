@@ -34,7 +34,7 @@ class Reader {
 public:
   explicit Reader(int file) : file_(file) {}
 
-  // The `size` bytes at `offset`, valid until the next call; nothing if the file ends before them.
+  // The `size` bytes at `offset`, valid until the next call; nothing if they cannot all be read.
   [[nodiscard]] std::optional<std::string_view> read(std::uint64_t offset, std::size_t size) {
     if (!holds(offset, size) && !at_end_) {
       if (size > window_.size()) return read_long(offset, size);
@@ -68,7 +68,7 @@ private:
   std::unique_ptr<char[]> long_; // for what the window cannot hold
 };
 
-// Written out: compilers turn this form into one instruction.
+// Written out: compilers turn this form into a single load.
 std::uint32_t big_endian(std::string_view bytes) {
   const auto byte = [bytes](std::size_t at) { return std::uint32_t{static_cast<unsigned char>(bytes[at])}; };
   return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);

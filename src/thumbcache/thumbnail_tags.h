@@ -22,7 +22,7 @@ struct ThumbnailTags {
 
 // Reads the tags of an open file by offset; the descriptor's position is neither used nor moved. The last tag of a kind
 // wins, even if it is empty. There are none if the file is no PNG file or cannot be read by offset, such as a pipe or a
-// directory. If the file is cut short or malformed, or a text is too long for memory, the tags before that place count.
+// directory. If the file is cut short, or a text is too long for memory, the tags before that place count.
 [[nodiscard]] ThumbnailTags read_thumbnail_tags(int file);
 
 } // namespace nebulark

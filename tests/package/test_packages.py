@@ -171,15 +171,6 @@ def test_removal_leaves_nothing_where_nothing_was_set(installed):
     assert installed.run("ls", "/usr/share/nebulark", "/usr/share/doc/nebulark", check=False).stdout == b""
 
 
-def test_script_leaves_what_a_package_installed_alone(installed, sources):
-    shutil.copytree(sources / "script", installed.files / "project/script")
-    for name in ("install", "uninstall"):
-        done = installed.run(f"/project/script/{name}", check=False)
-        refusal = f"/project/script/{name}: the package nebulark-ctl is installed, and these are its files\n"
-        refusal += "  To remove it:  sudo apt-get remove nebulark-ctl\n"
-        assert (done.returncode, done.stdout, done.stderr.decode()) == (1, b"", refusal)
-
-
 # The packages
 
 

@@ -10,7 +10,7 @@ from pathlib import Path
 import pytest
 
 from machine import ANN, PROJECT
-from page import MANUALS
+from page import MANUALS, PAGE
 from texts import stored
 
 BOB = 1001
@@ -26,6 +26,12 @@ def shown(built_page) -> list[str]:
 def the_one(shown: list[str], word: str) -> str:
     (text,) = [text for text in shown if word in text]
     return text
+
+
+def test_guide_shows_the_same_tasks_and_commands(shown):
+    guide = ElementTree.parse(PAGE).getroot().iterfind(".//*[@id='many-machines']//pre")
+    ways = [*KEPT, "getent"]
+    assert sorted("".join(pre.itertext()) for pre in guide) == sorted(the_one(shown, way).rstrip() for way in ways)
 
 
 # Ansible

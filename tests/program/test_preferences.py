@@ -100,7 +100,7 @@ VARIABLES = f"D=/usr/share/nebulark; F=$D/preferences.conf; READ_ONLY='{READ_ONL
 def test_file_is_read_and_saved_by_those_who_can(machine, user, prepare, for_root, for_ann):
     reads, ends = (for_root if user == "root" else for_ann).split()
     holds = {"read": {"autostretch": "off"}, "defaults": {}}[reads]
-    machine.run("--version", script=VARIABLES + prepare)
+    assert machine.run("--version", script=VARIABLES + prepare + "\nexec \"$@\"").status == 0
     script = f'{READ_ONLY if "$READ_ONLY" in prepare else ":"}; exec "$@"'
 
     suffix = NEEDS_SUDO if ends == "needs" else b""
