@@ -31,10 +31,11 @@ struct Preferences {
 };
 
 // The words of each type, in the order of its values.
-inline constexpr std::array<std::string_view, 2> switch_words{"off", "on"};
-inline constexpr std::array<std::string_view, 3> brightness_words{"darker", "standard", "brighter"};
-inline constexpr std::array<std::string_view, 3> cfa_words{"auto", "color", "mono"};
-inline constexpr std::array<std::string_view, 4> label_corner_words{"topleft", "topright", "bottomleft", "bottomright"};
+inline constexpr auto switch_words = std::to_array<std::string_view>({"off", "on"});
+inline constexpr auto brightness_words = std::to_array<std::string_view>({"darker", "standard", "brighter"});
+inline constexpr auto cfa_words = std::to_array<std::string_view>({"auto", "color", "mono"});
+inline constexpr auto label_corner_words =
+    std::to_array<std::string_view>({"topleft", "topright", "bottomleft", "bottomright"});
 
 using PreferenceMember =
     std::variant<bool Preferences::*, Brightness Preferences::*, CfaMode Preferences::*, LabelCorner Preferences::*>;
