@@ -16,9 +16,9 @@ void require_plain_outcome(std::string_view assignment, Preferences& preferences
 
   std::string error = "as it was";
   const bool applied = apply_assignment(assignment, preferences, error);
-  require(applied == rejection.empty(), "what is accepted is what a plain reader accepts");
-  require(preferences == expected, "the record is what a plain reader makes of it");
-  require(error == (applied ? "as it was" : rejection), "a rejection alone has a reason, and the right one");
+  require(applied == rejection.empty(), "a plain reader accepts the same");
+  require(preferences == expected, "a plain reader makes the same record");
+  require(error == (applied ? "as it was" : rejection), "only a rejection has a reason, and it is right");
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// Assignments and the preferences file again, slow and plain: what the tool must answer too.
+// A second reader of assignments and the preferences file, slow and plain. The tool must give the same answers.
 
 #pragma once
 
@@ -22,7 +22,7 @@ inline std::string plain_word(std::string text) {
   return text;
 }
 
-// Returns the reason of a rejection, or "".
+// These return the reason for a rejection, or "".
 template <typename Spellings, typename Value>
 std::string plain_set(const Spellings& spellings, const std::string& text, Value& field, const char* reason) {
   for (const auto& [value, word] : spellings) {
@@ -33,7 +33,6 @@ std::string plain_set(const Spellings& spellings, const std::string& text, Value
   return reason;
 }
 
-// The same.
 inline std::string plain_assign(const std::string& assignment, Preferences& record) {
   const std::size_t equals = assignment.find('=');
   if (equals == std::string::npos) return "expected name=value";

@@ -15,7 +15,7 @@ namespace nebulark {
 
 namespace {
 
-// A file on a disk of which only the first `readable` bytes can be read.
+// A file on a disk that fails after the first `readable` bytes.
 struct Disk {
   std::string_view bytes;
   std::size_t readable;
@@ -46,7 +46,7 @@ Preferences read(std::string_view text) { return read(text, text.size()); }
 
 void preferences_file(std::string_view input) {
   const Preferences preferences = read(input);
-  require(preferences == plain_preferences(std::string(input)), "the file reads as a plain reader reads it");
+  require(preferences == plain_preferences(std::string(input)), "a plain reader reads the same");
 
   const std::size_t readable = input.size() / 2;
   const std::string_view lines = input.substr(0, input.substr(0, readable).rfind('\n') + 1); // npos + 1 is 0

@@ -1,5 +1,4 @@
-// The input is a file. "~GAP" and a number of 4 bytes, big-endian, stand for so many bytes: some lengths that matter
-// are longer than a corpus should be.
+// The input is a file. "~GAP" and a big-endian number of 4 bytes stand for so many bytes, to keep the corpus small.
 
 #include <algorithm>
 #include <cerrno>
@@ -41,7 +40,7 @@ ssize_t read_from_disk(Read real, int file, void* to, std::size_t size, Offset o
 
 } // namespace
 
-// The name depends on the C library, the width of its offsets and whether it checks the size of buffers.
+// pread's name depends on the C library, the width of its offsets and its checks of buffers.
 extern "C" {
 ssize_t __real_pread(int file, void* to, std::size_t size, off_t offset);
 ssize_t __wrap_pread(int file, void* to, std::size_t size, off_t offset);
@@ -69,7 +68,7 @@ namespace nebulark {
 namespace {
 
 constexpr std::size_t longest_chunk = 1048576;
-constexpr std::size_t block = 4096; // the least that is read at once
+constexpr std::size_t block = 4096; // the shortest read
 constexpr std::size_t longest_gap = longest_chunk + 16;
 constexpr std::size_t longest_file = 2 * longest_gap;
 
@@ -94,7 +93,7 @@ std::string with_gaps(std::string_view input) {
   }
 }
 
-// Reads the bytes from a disk of which only so many can be read.
+// Reads the bytes from a disk that fails after `readable` of them.
 void require_tags_of(const std::string& bytes, std::size_t readable, const PlainTags& expected) {
   const Descriptor file(::memfd_create("thumbnail", 0));
   require(::write(file.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()), "there is a file");

@@ -7,7 +7,7 @@ from typing import NamedTuple
 
 
 class Mutant(NamedTuple):
-    """One change: in the text of a file, start to end becomes something else."""
+    """One change: in a file's text, `new` replaces start to end."""
 
     path: Path
     text: str
@@ -82,7 +82,7 @@ RULES = [
     *((rf"(?<![\w:]){one}(?!\w|::)", other) for one, other in pairs(WORDS)),
 ]
 
-# What is added at the beginning of a function that calls the system.
+# Added at the beginning of a function that calls the system.
 EXTRA_CALLS = ["(void)::umask(0);", '(void)::chdir("/");', "(void)::fsync(1);"]
 
 
@@ -107,7 +107,7 @@ def texts(text: str) -> Changes:
 
 
 def numbers(code: str) -> Changes:
-    """One less and one more; not for -1, the mark of failure, nor for the length of a buffer."""
+    """One less and one more; but not -1, which marks failure, or the length of a buffer."""
     for match in re.finditer(r"(?<![\w.-])(?<!char, )\d+(?!\.)", code):
         octal = match[0].startswith("0") and len(match[0]) > 1
         value = int(match[0], 8 if octal else 10)

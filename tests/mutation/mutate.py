@@ -1,7 +1,7 @@
 """Changes the sources one small thing at a time, and prints the changes that no test notices. script/mutate starts it.
 
-Each processor has a copy of the tree. It builds one change after the other there and runs CTest's tests in a box, until
-one fails: first the quick tests, and those that noticed other changes of the same file.
+Each processor has a copy of the tree. It builds one change after the other there, and runs CTest's tests in a box until
+one fails. Quick tests come first, and tests that noticed other changes of the same file.
 """
 
 import argparse
@@ -24,8 +24,8 @@ LOG = ROOT / "build/mutants.log"
 EQUIVALENT = re.findall(r"^(src/\S+): (.*)", Path(__file__).with_name("equivalent").read_text(), re.MULTILINE)
 WORKERS = os.cpu_count() or 1
 
-# Optimised: a change that makes no difference then often makes the same program. But no release build: its further
-# tests, of pages and completions, notice nothing.
+# Optimised, because then a change without effect often gives the same program. No release build: its extra tests, of
+# pages and completions, notice nothing.
 CONFIGURE = ["cmake", "-B", "build", "-DCMAKE_BUILD_TYPE=", "-DNEBULARK_HARDENING=OFF"]
 CONFIGURE += ["-DCMAKE_CXX_FLAGS=-O2 -w -D_GLIBCXX_ASSERTIONS -include fcntl.h -include sys/stat.h -include unistd.h"]
 PROGRAMS = {"unit-tests": "tests/unit/unit-tests", "corpora": "tests/fuzz/replay"}  # every other test runs the tool

@@ -17,7 +17,7 @@ CLEAR = ["--clear-thumb-cache"]
 
 
 def clearing(by_default, with_all):
-    """Runs a test with and without --all, each with its result."""
+    """Runs a test without and with --all, each with its result."""
     return pytest.mark.parametrize("words, result", [([], by_default), (["--all"], with_all)], ids=["default", "all"])
 
 
@@ -39,7 +39,7 @@ def advice(removed: int, place: str) -> bytes:
 
 
 class Cache:
-    """The cache of ann, an ordinary user; path is where the test sees what is CACHE for the tool."""
+    """The cache of ann, an ordinary user: CACHE for the tool, `path` for the test."""
 
     def __init__(self, machine: Machine):
         self.machine = machine
@@ -66,8 +66,8 @@ class Cache:
             os.chown(path, ANN, ANN)
 
     def clear(self, *words: str, user="ann", env=HOME, **how) -> tuple[Outcome, set[str]]:
-        """Clears, and fails if anything in /home changed but what was deleted. Gives the outcome and the names of the
-        deleted files, below the cache or else below /home."""
+        """Clears the cache. Returns the outcome and the names of the deleted files, below the cache or else below
+        /home. Fails if anything else in /home changed."""
         before = snapshot(self.machine.home)
         outcome = self.machine.run(*CLEAR, *words, user=user, env=env, **how)
         after = snapshot(self.machine.home)
@@ -77,7 +77,7 @@ class Cache:
 
 
 def snapshot(top: Path) -> dict[str, tuple[int, ...]]:
-    """All entries below a directory, however deep, and what changes with them."""
+    """The state of all entries below a directory, however deep."""
     found = {}
     for directory, subdirectories, others, fd in os.fwalk(top):
         for name in (*subdirectories, *others):

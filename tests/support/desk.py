@@ -37,8 +37,8 @@ ETC = {
     "pam.d/common-session-noninteractive": "session required pam_unix.so\n",
 }
 
-# Run by sh, as root and as process 1 of a namespace, so that all processes end with it. A mount point may be shared
-# with the outside until it is made private. The bus starts polkitd.
+# Run by sh as root. It is process 1 of a namespace, so all processes end with it. Mount points may be shared with the
+# outside, so they are made private. The bus starts polkitd.
 BOOT = """
 set -eu
 etc=$1 session=$2 times=$3
@@ -57,8 +57,8 @@ for time in $(seq $times); do "$@" || status=$?; done
 exit $status
 """
 
-# A session exists when logind says so, which needs an init system. polkitd reads logind's files and the process's
-# control group: these are written here. Session c1 is ann's.
+# Stands for logind, which needs an init system: writes the files and the control group that polkitd reads. Session c1
+# is ann's.
 SESSION = """
 mount -t tmpfs tmpfs /sys
 mkdir -p /sys/fs/cgroup /run/systemd/seats /run/systemd/sessions /run/systemd/users /run/systemd/machines
@@ -70,8 +70,8 @@ echo STATE={state} >/run/systemd/users/{user}
 """
 IN_SESSION = ["sh", "-c", 'mount --bind /run/cgroup /proc/$$/cgroup; exec "$@"', "sh"]
 
-# Without a desktop, an agent is started for the one process that starts pkexec: this sh, or the tool that replaces it.
-# sh waits until polkit knows the agent, which then closes the descriptor. The exit keeps sh from replacing itself.
+# Starts an agent for the one process that starts pkexec: this sh, or the tool that replaces it. sh waits until polkit
+# knows the agent, which then closes the descriptor. The exit keeps sh from replacing itself.
 START_AGENT = ': "$(pkttyagent --process $$ --notify-fd 3 3>&1 >/dev/tty 2>&1 &)"\n'
 BECOME_THE_COMMAND = START_AGENT + 'exec "$@"'
 RUN_THE_COMMAND = START_AGENT + '"$@"; exit'
@@ -102,7 +102,7 @@ class Desk:
                 group.write(f"{name}:x:{user.pw_gid}:\n")
 
     def rule(self, result: str):
-        """Adds an administrator's rule for what ann asks of the tool's own action."""
+        """Adds an administrator's rule for ann and the tool's action."""
         condition = f'action.id == "{ACTION.decode()}" && subject.user == "ann"'
         text = f"polkit.addRule(function(action, subject) {{ if ({condition}) return polkit.Result.{result}; }});\n"
         write(self.rules / "10-nebulark.rules", text)
@@ -115,16 +115,17 @@ class Desk:
         session: Mapping[str, str] = {},
         times=1,
     ) -> tuple[int, bytes]:
-        """Runs a command as ann. Gives its status and what the terminal showed, without colours.
+        """Runs a command as ann. Returns its status and what the terminal showed, without colours.
 
         keys     what she types at each password prompt; at a further one she presses Ctrl-C
         shell    starts the agent and the command, which is "$@"
         session  the seat ("" for none) of her session, and her state as a user; {} for no session
-        times    how often all this is done
+        times    how many times the command runs
         """
         boot = ["unshare", "--pid", "--fork", "--kill-child", "sh", "-c", BOOT, "sh", self.etc]
         login = [SESSION.format(user=ANN, **session), times, *IN_SESSION] if session else ["", times]
-        # A test in the background ignores Ctrl-C, and Python a limit on file size. Ann ignores neither.
+        # Tests in the background ignore Ctrl-C, and Python ignores the signal of a file size limit. Ann ignores
+        # neither.
         user = [*BECOME["ann"], "env", "-i", "--default-signal", "PATH=/usr/bin", "sh", "-c", shell, "sh"]
         arguments = map(str, [self.machine.root, *boot, *login, *user, *command])
         with pexpect.spawn(str(SUPPORT / "sandbox"), list(arguments), cwd="/", env=PATHS, timeout=60) as terminal:
@@ -132,7 +133,7 @@ class Desk:
             terminal.delaybeforesend = None
             left = iter(keys)
             while terminal.expect_exact([b"Password: ", pexpect.EOF]) == 0:
-                assert terminal.waitnoecho()  # what is typed before that is thrown away
+                assert terminal.waitnoecho()  # input before that is thrown away
                 terminal.send(next(left, INTERRUPT))
             terminal.wait()
         return terminal.exitstatus, re.sub(rb"\x1b\[[0-9;]*m", b"", shown.getvalue()).replace(b"\r\n", b"\n")

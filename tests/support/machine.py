@@ -28,7 +28,7 @@ RUN_TOOL = [*EMULATOR, TOOL]
 
 
 def unless_emulated(reason: str):
-    """Marks a test that would say nothing true of the tool under qemu."""
+    """Skips a test under qemu, with this reason."""
     return pytest.mark.skipif(bool(EMULATOR), reason=f"under qemu {reason}")
 
 
@@ -84,7 +84,7 @@ class Machine:
             exec "$@" 2>&1
             mount -o remount,bind,ro /usr/share; exec "$@"
 
-        tool is what starts the tool inside. Status 125 is the sandbox's; the tool itself has none from 3 on.
+        tool is what starts the tool inside. Status 125 means that the sandbox failed; the tool's own are 0 to 2.
         """
         variables = [b"=".join(map(os.fsencode, pair)) for pair in env.items()]
         command: list[str | bytes] = [*BECOME[user], "env", "-i", *variables, *tool, *words]
@@ -96,7 +96,7 @@ class Entry(NamedTuple):
     inode: int
     mode: str
     owner: int
-    content: object  # a file's bytes, where a link leads
+    content: object  # a file's bytes, a link's target
 
 
 def entry(path: Path) -> Entry:
@@ -115,8 +115,8 @@ def around(before: str, after: str) -> str:
 
 
 def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedProcess:
-    """Runs a command in a sandbox and a new session, so that a signal to its process group spares the tests. It ignores
-    no signal, even where the tests do, as under nohup."""
+    """Runs a command in a sandbox. It has a new session, so that signals to its process group spare the tests. It
+    ignores no signal, even if the tests do, as under nohup."""
     return subprocess.run(
         ["/usr/bin/env", "--default-signal", SUPPORT / "sandbox", root, *command],
         env=PATHS,

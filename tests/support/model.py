@@ -38,7 +38,7 @@ def set_mono(failed: Call | None, files: Files, user: str, old: dict | None, ele
         return elevate(failed, files, user, old, elevates)
     if failed == Call("openat", PREFS_TMP, 1):
         return Outcome(1, b"", COULD_NOT_WRITE)
-    # How writing and closing end is not looked at: the one way to a file that is neither old nor new.
+    # The tool checks neither writing nor closing: the one way to a file that is neither old nor new.
     text = printed(failed, PREFS_TMP, stored(**changed))
     mode = "-rw-------" if failed == Call("chmod", PREFS_TMP, 1) else "-rw-r--r--"  # the umask is 077
     if failed == Call("rename", PREFS_TMP, 1):
@@ -67,11 +67,11 @@ def show(failed: Call | None, files: Files, user: str, old: dict | None) -> Outc
     return Outcome(0, printed(failed, "stdout", shown(suffix, **loaded(failed, old))), b"")
 
 
-# The first read of a file does not reach to the end of LONG. The tags come before it, or after it.
+# Longer than the first read of a file. EARLY has the tags before it, LATE after it.
 LONG = png.chunk(b"zTXt", bytes(5000))
 IMAGE_AT = FITS.index(b"IDAT") - 4
 EARLY, LATE = FITS[:IMAGE_AT] + LONG + FITS[IMAGE_AT:], FITS[:8] + LONG + FITS[8:]
-READS = {FITS: 1, EARLY: 1, LATE: 2}  # to find Nebulark's tags
+READS = {FITS: 1, EARLY: 1, LATE: 2}  # until Nebulark's tags are found
 THUMBNAILS = {
     f"{CACHE}/normal/m31.png": FITS,
     f"{CACHE}/normal/app/late.png": LATE,

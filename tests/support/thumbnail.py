@@ -5,7 +5,7 @@
     thumbnail.py gnome SIZE PICTURE DRAWN    has GNOME's library keep DRAWN as PICTURE's thumbnail
     thumbnail.py gnome-failed FILE...        has it note that FILE could not be drawn
 
-SIZE is the name of a size directory. Start it under dbus-run-session, so that the bus, and with it Tumbler, is its own.
+SIZE is the name of a size directory. Start it under dbus-run-session, which gives it a new bus and Tumbler.
 """
 
 import sys

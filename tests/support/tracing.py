@@ -1,4 +1,4 @@
-"""Many runs of the tool under strace in one sandbox, and what strace says about them."""
+"""Many runs of the tool under strace in one sandbox, and the calls that it shows."""
 
 import os
 import re
@@ -22,7 +22,7 @@ SANITIZED = b"__asan_init" in BUILT.read_bytes()
 GLIBC = b"GLIBC_2" in BUILT.read_bytes()
 
 
-# The same call has another name on another processor, or in another libc.
+# Other processors and C libraries have other names for the same call.
 ONE_NAME = {
     **{"faccessat": "access", "faccessat2": "access", "readlinkat": "readlink", "open": "openat", "mkdirat": "mkdir"},
     **{"unlinkat": "unlink", "renameat": "rename", "renameat2": "rename", "fchmodat": "chmod"},
@@ -40,13 +40,13 @@ class Call(NamedTuple):
 
 
 def is_the_tools(call: Call) -> bool:
-    """Not of a sanitizer, nor of what counts the lines that run, nor of another C library."""
+    """Not from a sanitizer, the line counts or another C library."""
     return call.name in ("clone", "wait4") or call.subject.startswith(("/usr/share/", "/usr/bin/", "/home/", "std"))
 
 
 class Traced(NamedTuple):
     call: Call
-    raw: tuple[str, int]  # the name as strace has it, and its number among all of that name
+    raw: tuple[str, int]  # strace's name, and the number among all calls of that name
     words: str  # the rest of the line
 
 
@@ -67,7 +67,7 @@ def subject(raw_name: str, words: str) -> str:
 
 
 def calls_of_the_tool(trace: Path) -> list[Traced]:
-    """The calls in a trace, from the one that starts the tool on."""
+    """The calls in a trace, starting with the one that starts the tool."""
     found: list[Traced] = []
     raw: Counter[str] = Counter()
     seen: Counter[tuple[str, str]] = Counter()
@@ -106,7 +106,7 @@ class Strace:
         return subprocess.Popen([*self.inside, *command], env=PATHS, cwd="/", stdout=both, stderr=both, umask=0o077)
 
     def run(self, *how, **more) -> tuple[Outcome, list[Traced]]:
-        """As start(), to the end of the run."""
+        """Like start(), and waits for the end."""
         with self.start(*how, **more) as run:
             try:
                 out, err = run.communicate(timeout=60)
@@ -122,7 +122,7 @@ def strace(machine: Machine) -> Iterator[Strace]:
     pipe = subprocess.PIPE
     with subprocess.Popen(waiting, env=PATHS, cwd="/", start_new_session=True, stdin=pipe, stdout=pipe) as process:
         assert process.stdout and process.stdout.read(1) == b"\n"
-        # The root directory too: where it is that of a chroot, entering the namespace would leave it.
+        # The root directory too: otherwise entering the namespace would leave a chroot.
         places = {"mount": "ns/mnt", "root": "root", "wd": "cwd"}
         entered = [f"--{what}=/proc/{process.pid}/{place}" for what, place in places.items()]
         yield Strace(machine, ["/usr/bin/nsenter", *entered, "--"])

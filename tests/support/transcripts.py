@@ -1,4 +1,4 @@
-"""What the papers show of sessions at a terminal: each command after "$ " for ann or "# " for root, then its answer."""
+"""The terminal sessions in the documents: each command after "$ " for ann or "# " for root, then its answer."""
 
 import os
 import re
@@ -12,7 +12,7 @@ DIALOGUE = re.compile(r"^([$#]) ([a-z].*)\n((?:(?![$#] [a-z]).*\n)*)", re.MULTIL
 
 
 def replay(machine: Machine, transcripts: Iterable[str]):
-    """Runs the commands in turn, on a machine with the cache of the samples, and compares the answers."""
+    """Runs the commands in turn, on a machine with the sample cache, and compares the answers."""
     shutil.copytree(PROJECT / "tests/samples/thumbnails", machine.ann / ".cache/thumbnails")
     for path in machine.ann.rglob("*"):
         os.chown(path, ANN, ANN)

@@ -25,7 +25,7 @@ def commands(machine: Machine) -> list[str]:
 
 
 def preferences(machine: Machine) -> dict[str, Preference]:
-    """By name, in the order of the listing; the machine has the defaults."""
+    """By name, in the order of the listing; the machine must have the defaults."""
     listed = re.findall(r"^(\w+) += (\w+)", machine.run("--prefs").out.decode(), re.MULTILINE)
     return {name: Preference(words(machine, name), default) for name, default in listed}
 
@@ -37,7 +37,7 @@ def words(machine: Machine, name: str) -> list[str]:
 
 
 def stored_preferences(machine: Machine) -> dict[str, Preference]:
-    """As preferences(), in the words of the file."""
+    """Like preferences(), in the words of the file."""
 
     def stored(name: str, word: str) -> str:
         machine.run("--set", f"{name}={word}")
@@ -56,5 +56,5 @@ def levels(machine: Machine) -> dict[str, str]:
 
 
 def table(file: str, name: str) -> list[str]:
-    """A table of words in the sources that no message of the tool names."""
+    """A table in the sources, for words that no message of the tool names."""
     return re.findall(r'"(.+?)"', found(rf"\b{name}\{{(.+?)\}}", (SOURCES / file).read_text()))

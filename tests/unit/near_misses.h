@@ -8,7 +8,7 @@
 
 namespace nebulark {
 
-// The word twice; and with one byte more (a line feed too: it looks like a blank), less, or changed, at every place.
+// The word twice; and with one byte inserted (also a line feed, like a blank), removed or changed at every place.
 inline std::vector<std::string> near_misses(std::string_view word) {
   std::vector<std::string> texts{std::string(word) + std::string(word)};
   for (std::size_t place = 0; place <= word.size(); ++place) {

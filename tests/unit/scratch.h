@@ -1,4 +1,4 @@
-// What tests change on the machine for a while: directories, modes, the root directory, the user.
+// What tests change for a while: directories, modes, the root directory, the user.
 
 #pragma once
 
@@ -37,8 +37,8 @@ public:
   std::string path = testing::TempDir() + "nebulark-XXXXXX";
 };
 
-// Makes a directory this process's root for a while, so that broken code under test deletes nothing else: code that
-// took ".." for a name would clear the whole machine. Needs root's rights or a user namespace.
+// Makes a directory this process's root for a while: broken code that follows ".." would otherwise clear the whole
+// machine. Needs root's rights or a user namespace.
 class OwnRoot {
 public:
   explicit OwnRoot(const std::string& path) : is_set(set(path.c_str())) {}
@@ -61,7 +61,7 @@ public:
   const bool is_set;
 };
 
-// Takes root's rights away for a while. A process that is not root stays what it is.
+// Takes root's rights away for a while, if the process has them.
 class OrdinaryUser {
 public:
   ~OrdinaryUser() {

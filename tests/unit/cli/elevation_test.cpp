@@ -16,7 +16,7 @@ namespace nebulark {
 
 namespace {
 
-// What a forked process writes to its standard streams: both are one file, with buffers that it never flushes itself.
+// What `run` writes to the standard streams of a forked process. Both are one file, and only `run` flushes.
 std::string written_by(void (*run)()) {
   const Descriptor file(::memfd_create("streams", MFD_CLOEXEC));
   (void)std::fflush(nullptr);
@@ -35,7 +35,7 @@ std::string written_by(void (*run)()) {
   return {text.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
 }
 
-// A root directory without /proc whose pkexec is executable and no program, and a user who is not root.
+// A root directory without /proc, an executable pkexec that is no program, and an ordinary user.
 class ReexecWithPkexec : public testing::Test {
 protected:
   void SetUp() override {
@@ -66,7 +66,7 @@ TEST_F(ReexecWithPkexec, RunsNoExitHandlerInAChildThatCannotStartPkexec) {
   std::filesystem::create_symlink("/usr/bin/nebulark-ctl", "/proc/self/exe");
   char byte = 0;
   if (::readlink("/proc/self/exe", &byte, 1) == -1) GTEST_SKIP() << "qemu answers for /proc and knows no path here";
-  void (*volatile end)(int) = ::_exit; // volatile, or the compiler knows better
+  void (*volatile end)(int) = ::_exit; // volatile, or the compiler assumes the answer
   if (end == std::exit) GTEST_SKIP() << "in the coverage build _exit() is exit()";
 
   EXPECT_EQ(written_by([] {

@@ -78,7 +78,7 @@ TEST(ReadPreferences, AppliesEachLineToTheDefaults) {
       {"cfa=mono\nlabelformat=on", {.cfa = CfaMode::Mono, .labelformat = true}},
       {"cfa=mono\nlabelformat=o", {.cfa = CfaMode::Mono}},
       {"\n\n\n\ncfa=mono", {.cfa = CfaMode::Mono}},
-      // Sections mean nothing.
+      // Sections have no meaning.
       {"[Other]\ncfa=mono\n", {.cfa = CfaMode::Mono}},
       {"[General\ncfa=mono\n", {.cfa = CfaMode::Mono}},
       {"cfa=mono\n[General]\n", {.cfa = CfaMode::Mono}},
@@ -98,7 +98,7 @@ TEST(ReadPreferences, AppliesEachLineToTheDefaults) {
     EXPECT_EQ(read(text), expected) << testing::PrintToString(text);
 }
 
-// The line changes nothing, alone or among others, and the lines around it are read.
+// The line changes nothing, alone or among others, which still count.
 void expect_ignored(std::string_view line) {
   SCOPED_TRACE(testing::PrintToString(line));
   const std::string text(line);
@@ -129,7 +129,7 @@ TEST(ReadPreferences, IgnoresCommentsSectionsAndRejectedLines) {
     expect_ignored(line);
 }
 
-TEST(ReadPreferences, IgnoresWhatIsNearlyAnAssignment) {
+TEST(ReadPreferences, IgnoresNearMissesOfAssignments) {
   for (const std::string_view line :
        {"autostretch=on", "brightness=standard", "cfa=auto", "labelformat=off", "labelcorner=bottomright"})
     for (const std::string& text : near_misses(line))

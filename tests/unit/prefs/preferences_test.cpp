@@ -34,7 +34,7 @@ TEST(Preferences, DifferWhenOneFieldDoes) {
   EXPECT_NE(Preferences{}, Preferences{.labelcorner = LabelCorner::TopLeft});
 }
 
-// Neither blanks nor capitals nor numbers: those are the caller's business.
+// Not even with blanks or capitals, which the caller removes, or as numbers.
 constexpr std::string_view no_words[] = {
     "",       " ",      "\0"sv,   "0",     "1",     "2",     "on",       "true",     "default",     "Darker",
     "DARKER", "Auto",   "MONO",   "monO",  "auto ", " mono", "\tdarker", "darker\r", "bottomRight", "topleft\0"sv,
@@ -128,7 +128,7 @@ void expect_rejected(std::string_view assignment, std::string_view message) {
   }
 }
 
-TEST(ApplyAssignment, RejectsWhatIsNoWordOfTheNameAndReplacesTheErrorText) {
+TEST(ApplyAssignment, RejectsOtherWordsAndReplacesTheErrorText) {
   const std::pair<std::string_view, std::vector<std::string_view>> rejected[] = {
       {"expected name=value", {"", " \t\r", "foo", "autostretch", "autostretch:on", "autostretch\0on"sv}},
       {"autostretch: expected on or off",
@@ -169,7 +169,7 @@ TEST(ApplyAssignment, RejectsAnUnknownNameAndRepeatsItTrimmedAndLowered) {
     expect_rejected(assignment, "unknown preference: " + std::string(name));
 }
 
-TEST(ApplyAssignment, RejectsWhatIsNearlyAName) {
+TEST(ApplyAssignment, RejectsNearMissesOfNames) {
   for (const std::string_view known : {"autostretch", "brightness", "cfa", "labelformat", "labelcorner"})
     for (const std::string& name : near_misses(known))
       expect_rejected(name + "=on", "unknown preference: " + name);

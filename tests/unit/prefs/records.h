@@ -1,4 +1,4 @@
-// Every record of preferences and the words of its values, written out again to hold the tool's own table against.
+// Every record of preferences and the words of its values, written out to compare the tool's own table with.
 
 #pragma once
 
@@ -76,7 +76,7 @@ inline std::vector<Record> all_records() {
   return records;
 }
 
-// Values spelled as the default: outside each enumeration, except that 3 is the default corner itself.
+// Values with the default's word: outside their enumeration, or 3 as the default corner.
 inline constexpr std::array<std::int32_t, 9> stray_values{
     std::numeric_limits<std::int32_t>::min(), -256, -1, 3, 4, 7, 256, 65536, std::numeric_limits<std::int32_t>::max()};
 

@@ -15,7 +15,7 @@ namespace {
 
 using std::string_view_literals::operator""sv;
 
-TEST(TrimBlanks, TakesBlanksFromBothEndsAlone) {
+TEST(TrimBlanks, RemovesBlanksAtBothEndsOnly) {
   constexpr std::pair<std::string_view, std::string_view> trimmed[] = {
       {"", ""},
       {" ", ""},
@@ -33,7 +33,7 @@ TEST(TrimBlanks, TakesBlanksFromBothEndsAlone) {
     EXPECT_EQ(trim_blanks(text), expected) << testing::PrintToString(text);
 }
 
-TEST(TrimBlanks, TakesSpaceTabAndCarriageReturnForBlanks) {
+TEST(TrimBlanks, RemovesSpaceTabAndCarriageReturn) {
   for (int value = 0; value < 256; ++value) {
     const std::string byte(1, static_cast<char>(value));
     const bool blank = byte == " " || byte == "\t" || byte == "\r";
@@ -75,7 +75,7 @@ TEST(ParseBool, KnowsEachSwitchWordInAnyCaseAndBetweenBlanks) {
   }
 }
 
-TEST(ParseBool, RejectsWhatIsNearlyASwitchWordAndKeepsTheValue) {
+TEST(ParseBool, RejectsNearMissesAndKeepsTheValue) {
   for (const auto& [value, word] : switch_spellings)
     for (const std::string& text : near_misses(word))
       expect_parsed(text, false, false, true);

@@ -24,7 +24,7 @@ TEST(CacheLocation, IsXdgCacheHomeIfAbsoluteOrElseBelowHome) {
     const char* home;
     const char* base;
   } rows[] = {
-      // as they stand
+      // unchanged
       {"/tmp/c", "/home/a", "/tmp/c"},
       {"/tmp/c", unset, "/tmp/c"},
       {"/", "/home/a", "/"},

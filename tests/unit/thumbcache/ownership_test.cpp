@@ -97,7 +97,7 @@ TEST(IsNebularkThumbnail, IsTrueWhereOneOfTheTagsFits) {
   EXPECT_FALSE(is_nebulark({}));
 }
 
-TEST(IsNebularkThumbnail, IsFalseForWhatCannotBeOpenedOrRead) {
+TEST(IsNebularkThumbnail, IsFalseForAFileThatCannotBeOpenedOrRead) {
   for (const char* const path : {"/absent/m31.fits", "/dev/null/m31.fits", "/dev/null", "/", ""})
     EXPECT_FALSE(is_nebulark_file(path)) << path;
 }

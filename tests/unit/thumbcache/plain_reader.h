@@ -1,4 +1,4 @@
-// The tags and the ownership test again, slow and plain, on a whole file in memory: what the tool must answer too.
+// A second reader of tags and judge of ownership, slow and plain. The tool must give the same answers.
 
 #pragma once
 
@@ -9,7 +9,7 @@ namespace nebulark {
 struct PlainTags {
   std::string uri;
   std::string mimetype;
-  std::size_t end = 0; // how many bytes of the file say so
+  std::size_t end = 0; // how many bytes of the file decide this
 };
 
 inline PlainTags plain_tags(const std::string& file) {

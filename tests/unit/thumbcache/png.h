@@ -18,7 +18,7 @@ inline std::string big_endian(std::uint32_t number) {
   return bytes;
 }
 
-// The CRC that PNG prescribes.
+// PNG's CRC.
 inline std::string crc_of(std::string_view bytes) {
   std::uint32_t crc = 0xFFFFFFFF;
   for (const char byte : bytes) {

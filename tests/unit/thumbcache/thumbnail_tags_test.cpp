@@ -90,7 +90,7 @@ TEST(ReadThumbnailTags, ChecksNoCrc) {
               {"m31.fits", "image/fits"});
 }
 
-// Every sound PNG file ends in these 12 bytes: they show that the CRCs here are right.
+// Every PNG file ends in these 12 bytes: they show that the CRCs here are right.
 TEST(PngBuilder, WritesTheStandardEndChunk) { EXPECT_EQ(chunk("IEND", ""), "\0\0\0\0IEND\xAE\x42\x60\x82"sv); }
 
 TEST(ReadThumbnailTags, ComparesEveryByteOfAKeyword) {
@@ -105,7 +105,7 @@ TEST(ReadThumbnailTags, ComparesEveryByteOfAKeyword) {
   expect_tags(png({text_chunk(long_keyword, "x"), mimetype_chunk("next")}), {"", "next"});
 }
 
-// Adds the type with one byte changed: its case, the bit above ASCII, to its neighbours and to NUL.
+// Adds the type with one byte in the other case, with its high bit changed, one more, one less, or NUL.
 void add_types_near(const std::string& type, std::vector<std::string>& types) {
   for (std::size_t place = 0; place < type.size(); ++place)
     for (const int other : {type[place] ^ 0x20, type[place] ^ 0x80, type[place] + 1, type[place] - 1, 0})
@@ -127,7 +127,7 @@ TEST(ReadThumbnailTags, FindsNoneAfterAnotherSignature) {
   for (const std::string& other :
        {""s, "\x09PNG\r\n\x1A\n"s, "\x89png\r\n\x1A\n"s, "\x89PNG\n\x1A\n"s, "GIF89a\0\0"s, std::string(8, '\0')})
     expect_tags(other + rest, {});
-  expect_tags(png({signature, rest}), {}); // "PNG" makes a length of gigabytes
+  expect_tags(png({signature, rest}), {}); // "PNG" as a length is gigabytes
 }
 
 // The beginning of a file, then every kind of chunk.
@@ -139,10 +139,10 @@ std::string sample_after(const std::string& beginning) {
          uri_chunk("file:///after/the/image.fits");
 }
 
-// The sizes of buffers: a reader that takes the file in pieces has its seams there.
+// The sizes of buffers, where a reader's pieces of a file may meet.
 constexpr std::array<std::size_t, 2> seams{4096, 8192};
 
-TEST(ReadThumbnailTags, SeesNoSeamInAFile) {
+TEST(ReadThumbnailTags, ReadsAcrossSeams) {
   const std::size_t length = sample_after("").size();
   for (const std::size_t seam : seams) {
     for (std::size_t offset = seam - length - 1; offset <= seam + 1; ++offset) {
@@ -168,7 +168,7 @@ TEST(ReadThumbnailTags, FindsTheTagsBeforeTheEndOfATruncatedFile) {
         expect_tags_of_plain_reader(sample_after(head(seam - before)).substr(0, size));
 }
 
-// Lengths that show each byte of the length field, and those at a seam or near it.
+// Lengths for each byte of the length field, and lengths near a seam.
 std::vector<std::size_t> telling_lengths() {
   std::vector<std::size_t> lengths{0,     1,     127,   128,   255,    256,     257,         32767,  32768,
                                    65535, 65536, 65537, 66051, 131072, 1000000, longest - 1, longest};
@@ -212,7 +212,7 @@ TEST(ReadThumbnailTags, StopsAtAChunkOfMoreThanOneMegabyte) {
   }
 }
 
-// Where a byte of the length is lost, or it is signed, the next tag would follow at once or after 4 bytes of data.
+// A reader that loses a byte of the length, or takes it as signed, would find the next tag.
 TEST(ReadThumbnailTags, StopsAtALengthOfMegabytes) {
   for (const std::uint32_t length :
        {0x00100001U, 0x00110000U, 0x01000000U, 0x01000004U, 0x10000004U, 0x7FFFFFFFU, 0x80000000U, 0x80000004U,
