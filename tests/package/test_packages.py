@@ -1,7 +1,6 @@
-"""The packages, as script/package makes them and in a Debian of their own; and an installation without a package.
+"""The packages that script/package makes, also in a fresh Debian; and an installation without a package.
 
-The packages are built twice, from two copies of the sources that have nothing else in common. Debian is made afresh by
-mmdebstrap; each test works on a copy of its own. Everything happens in private mount namespaces, so root is needed.
+mmdebstrap makes the fresh Debian, and each test works on a copy. The private mount namespaces need root.
 """
 
 import os
@@ -70,14 +69,14 @@ def tree(prefix: Path) -> dict[str, int]:
 
 
 def privately(directory: Path, script: str, *words, **how) -> subprocess.CompletedProcess:
-    """Runs a shell script in mount, process and network namespaces of its own."""
+    """Runs a shell script in new mount, process and network namespaces."""
     unshare = ["unshare", "--pid", "--net", "--fork", "--kill-child"]
     return run(SUPPORT / "private", *unshare, "sh", "-euc", script, "sh", *words, cwd=directory, **how)
 
 
 @pytest.fixture(scope="session", autouse=True)
 def namespaces():
-    """Skips, or under CI fails, everything where there can be none."""
+    """Without them, skips everything, or fails under CI."""
     if reason := why_no_sandbox():
         (pytest.fail if "CI" in os.environ else pytest.skip)("no mount namespaces here: " + reason)
 
@@ -109,11 +108,11 @@ def deb(packages) -> Path:
 
 
 class Debian:
-    """A copy, in a directory, of a Debian that has nothing but apt and man."""
+    """A copy, in a directory, of a Debian that has only apt and man."""
 
     def __init__(self, original: Path, directory: Path):
         self.original, self.directory = original, directory
-        self.files = directory / "changed"  # those that differ from the original
+        self.files = directory / "changed"  # what differs from the original
         for name in ("changed", "work", "root"):
             (directory / name).mkdir()
 
@@ -166,7 +165,7 @@ def test_upgrade_and_removal_keep_preferences(installed, deb, tmp_path, removal)
     assert (installed.files / PREFERENCES).read_bytes() == stored(brightness="darker")
 
 
-def test_removal_leaves_nothing_where_nothing_was_set(installed):
+def test_removal_leaves_nothing_if_nothing_was_set(installed):
     installed.run("apt-get", "remove", "--yes", "nebulark-ctl")
     assert installed.run("ls", "/usr/share/nebulark", "/usr/share/doc/nebulark", check=False).stdout == b""
 
@@ -175,8 +174,7 @@ def test_removal_leaves_nothing_where_nothing_was_set(installed):
 
 
 def test_two_builds_give_the_same_bytes(packages):
-    """By root; and by an ordinary user in another place who lets nobody see files, from sources of other dates on
-    another file system."""
+    """By root; and by an ordinary user with a strict umask, from sources of other dates on another file system."""
     somebody = {"user": SOMEBODY, "group": SOMEBODY, "extra_groups": [], "umask": 0o077}
     somebody["env"] = {"TZ": "Pacific/Chatham", "LC_ALL": "C.UTF-8", "HOME": "/"}
     with tempfile.TemporaryDirectory(dir="/dev/shm") as directory:
@@ -186,12 +184,12 @@ def test_two_builds_give_the_same_bytes(packages):
         again = {path.name: path.read_bytes() for path in (elsewhere / "build/packages").iterdir()}
     first = {path.name: path.read_bytes() for path in packages.iterdir()}
     assert sorted(again) == sorted(first)
-    of_the_build = (".buildinfo", ".changes", ".log")  # tell where, when and by whom it was
+    of_the_build = (".buildinfo", ".changes", ".log")  # these name the place, the time and the user
     assert [name for name in first if again[name] != first[name] and not name.endswith(of_the_build)] == []
 
 
 @pytest.mark.parametrize("debian_name, rpm_name, elf_name", MACHINES)
-def test_debian_package_holds_what_belongs_there_for_its_machine(packages, tmp_path, debian_name, rpm_name, elf_name):
+def test_debian_package_has_all_files_for_its_processor(packages, tmp_path, debian_name, rpm_name, elf_name):
     package = packages / f"nebulark-ctl_{VERSION}-1_{debian_name}.deb"
     fields = text("dpkg-deb", "--show", "--showformat=${Architecture}, ${Recommends}, ${Depends}", package)
     assert re.fullmatch(rf"{debian_name}, pkexec, libc6(:{debian_name})? \(>= 2\.[0-9]+\)", fields)
@@ -201,7 +199,7 @@ def test_debian_package_holds_what_belongs_there_for_its_machine(packages, tmp_p
 
 
 @pytest.mark.parametrize("debian_name, rpm_name, elf_name", MACHINES)
-def test_rpm_holds_what_belongs_there_for_its_machine(packages, tmp_path, debian_name, rpm_name, elf_name):
+def test_rpm_has_all_files_for_its_processor(packages, tmp_path, debian_name, rpm_name, elf_name):
     package = packages / f"nebulark-ctl-{VERSION}-1.{rpm_name}.rpm"
     assert text("rpm", "-qp", "--queryformat", "%{ARCH}\n", "--recommends", package) == f"{rpm_name}\n/usr/bin/pkexec\n"
     needs = {re.split("[-(.]", line)[0] for line in text("rpm", "-qp", "--requires", package).splitlines()}
@@ -250,7 +248,7 @@ def test_install_puts_everything_below_destdir_and_prefix(built, tmp_path, optio
 
 
 def test_tool_builds_and_installs_without_mandoc(sources, tmp_path):
-    """Which is made a file that nobody can run."""
+    """Mounts a file that nobody can run over mandoc."""
     script = """
         [ ! -e /usr/bin/mandoc ] || mount --bind /dev/null /usr/bin/mandoc
         cmake -S "$1" -B build -D BUILD_TESTING=OFF -D CMAKE_BUILD_TYPE=Release
@@ -272,10 +270,10 @@ def test_commands_of_readme_install_and_remove_all_but_preferences(tmp_path):
         cp -a "$here/usr" "$here/installed"
         nebulark-ctl --set brightness=darker
         {remove}
-    """.replace("sudo ", "")
+    """
     for name in ("usr", "work"):
         (tmp_path / name).mkdir()
-    done = privately(tmp_path, script, copy_of_project(tmp_path / "sources"))
+    done = privately(tmp_path, script.replace("sudo ", ""), copy_of_project(tmp_path / "sources"))
     assert tree(tmp_path / "installed") == INSTALLED
     assert done.stdout.endswith(listing(brightness="darker") + HINT)
     assert tree(tmp_path / "usr") == LEFT

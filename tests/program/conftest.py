@@ -1,5 +1,4 @@
-"""What every test here may ask for by name. Where no namespaces can be made, the tests are skipped with the reason, and
-fail under CI."""
+"""The fixtures. Without namespaces the tests are skipped with the reason, and under CI they fail."""
 
 import os
 import shutil
@@ -17,14 +16,14 @@ SKIPPED = 77  # CTest knows it too
 
 def pytest_sessionstart(session):
     if hasattr(session.config, "workerinput"):
-        return  # its parent has asked
+        return  # its parent has checked
     if reason := why_no_sandbox():
         pytest.exit(f"no mount namespaces here: {reason}", 1 if "CI" in os.environ else SKIPPED)
 
 
 @pytest.fixture(scope="session")
 def installed_tool(tmp_path_factory) -> Path:
-    """A copy of the tool on the machines' own file system, where they can link to it."""
+    """A copy of the tool on the machines' file system, so that they can link to it."""
     return shutil.copy2(BUILT, tmp_path_factory.mktemp("tool") / "nebulark-ctl")
 
 
@@ -40,7 +39,7 @@ def cache(machine) -> Cache:
 
 @pytest.fixture
 def polkit(machine) -> Iterator[None]:
-    """Gives the machine a pkexec that runs its words as root, without asking."""
+    """Gives the machine a pkexec that runs its words as root without a question."""
     become_root = machine.bin / "become-root"
     shutil.copy("/usr/bin/setpriv", become_root)
     become_root.chmod(0o4755)

@@ -6,7 +6,7 @@ import subprocess
 import pytest
 from machine import BUILT
 
-pytestmark = pytest.mark.skipif(BUILT.parent.name != "release", reason="speaks of the release build alone")
+pytestmark = pytest.mark.skipif(BUILT.parent.name != "release", reason="is about the release build only")
 
 
 def readelf(*options: str) -> str:
@@ -14,7 +14,7 @@ def readelf(*options: str) -> str:
     return done.stdout
 
 
-def test_is_position_independent_and_read_only_once_it_has_started():
+def test_is_position_independent_and_read_only_after_starting():
     assert re.search(r"Type: +DYN \(Position-Independent Executable file\)", readelf("--file-header"))
     assert re.search(r"\(FLAGS_1\) +Flags: NOW PIE", readelf("--dynamic"))
     assert "GNU_RELRO" in readelf("--program-headers")
@@ -26,7 +26,7 @@ def test_guards_its_stack_and_its_formats():
     assert " __fprintf_chk@" in symbols
 
 
-def test_needs_libc_alone():
+def test_needs_only_libc():
     needed = re.findall(r"\(NEEDED\) +Shared library: \[([^]]+)\]", readelf("--dynamic"))
     assert [name for name in needed if not name.startswith("ld-linux")] == ["libc.so.6"]
 

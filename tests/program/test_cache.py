@@ -10,7 +10,7 @@ from tracing import strace
 
 SIZES = ["normal", "large", "x-large", "xx-large", "fail"]
 
-# In the cache of most tests. Its size directory is the second one: who deletes it has gone on after the first.
+# In the cache of most tests. It is in the second size directory, to show that clearing goes on after the first.
 FURNITURE = ["large/m31.png", "large/harbour.png"]
 UNDISTURBED = clearing((report(1, 1), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
 
@@ -22,7 +22,7 @@ def furnished(cache):
     return cache
 
 
-def test_second_run_finds_what_the_first_one_left(furnished):
+def test_second_clearing_finds_what_the_first_one_left(furnished):
     assert furnished.clear() == (report(1, 1), {"large/m31.png"})
     assert furnished.clear() == (report(0, 1), set())
     assert furnished.clear("--all") == (report_all(1), {"large/harbour.png"})
@@ -51,13 +51,13 @@ def test_environment_says_where_the_cache_is(cache, env, place):
 
 
 @pytest.mark.parametrize("words", [[], ["--all"]], ids=["default", "all"])
-def test_without_an_absolute_directory_and_a_home_the_cache_cannot_be_located(furnished, words):
+def test_cache_has_no_place_without_an_absolute_directory_or_a_home(furnished, words):
     error = b"nebulark-ctl: cannot locate the thumbnail cache\n"
     assert furnished.clear(*words, env={"XDG_CACHE_HOME": "home/ann/.cache"}) == (Outcome(1, b"", error), set())
 
 
 @clearing(report(10, 10), report_all(20))
-def test_clears_all_five_size_directories_and_those_below(cache, words, result):
+def test_clears_all_five_size_directories_and_all_below(cache, words, result):
     fits = {f"{size}/{name}" for size in SIZES for name in ("m31.png", "app/.2.0/m31.png")}
     photos = {f"{size}/{name}" for size in SIZES for name in ("harbour.png", "app/harbour.png")}
     cache.put(FITS, *fits)
@@ -66,14 +66,14 @@ def test_clears_all_five_size_directories_and_those_below(cache, words, result):
 
 
 @UNDISTURBED
-def test_nothing_outside_the_size_directories_is_touched(furnished, words, result):
+def test_nothing_outside_the_size_directories_changes(furnished, words, result):
     others = ".normal Normal small x large2 xxx-large failed ../normal ../../normal".split() + ["normal "]
     furnished.put(FITS, "m31.png", "normal.png", *(f"{name}/m31.png" for name in others))
     assert furnished.clear(*words) == result
 
 
 @clearing(report(60), report_all(60))
-def test_entries_are_met_in_the_order_of_their_directory(cache, words, result):
+def test_files_are_deleted_in_the_order_of_the_listing(cache, words, result):
     names = [f"{number * 37 % 101:03}" for number in range(60)]
     cache.put(FITS, *(f"normal/{name}{'/m31.png' * (int(name) % 3 == 0)}" for name in names))
     listed = os.listdir(cache.path / "normal")
@@ -120,7 +120,7 @@ def test_size_directories_linked_to_one_another_are_each_walked(furnished):
     [os.mkfifo, *(lambda path, to=to: path.symlink_to(to) for to in ("no-such-directory", "normal", "large/m31.png"))],
     ids=["pipe", "link to nothing", "link to itself", "link to a file"],
 )
-def test_what_is_no_size_directory_is_skipped(furnished, make, words, result):
+def test_size_directory_that_is_no_directory_is_skipped(furnished, make, words, result):
     make(furnished.path / "normal")
     assert furnished.clear(*words) == result
 
@@ -157,7 +157,7 @@ def test_links_are_neither_followed_nor_deleted_nor_counted(furnished, words, re
 
 
 @clearing((report(1, 1), ["harbour.png"]), (report_all(2), []))
-def test_a_second_name_of_a_thumbnail_outside_the_cache_stays(furnished, words, result):
+def test_a_hard_link_outside_the_cache_stays(furnished, words, result):
     contents = {"m31.png": FITS, "harbour.png": PHOTO}
     for name in contents:
         (furnished.machine.home / name).hardlink_to(furnished.path / "large" / name)
@@ -178,7 +178,7 @@ def test_pipes_sockets_and_devices_are_neither_deleted_nor_counted(furnished, ki
 
 
 @clearing((report(1, 4), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
-def test_status_decides_the_kind_of_a_file_and_not_its_directory(furnished, words, result):
+def test_status_and_not_the_directory_entry_decides_the_kind_of_a_file(furnished, words, result):
     # A file mounted over an entry has another kind than the directory says, and nobody can delete it.
     furnished.put(PHOTO, "../../harbour.png", "normal/file")
     furnished.put(FITS, "normal/hidden")

@@ -1,7 +1,7 @@
-"""Every system call of a run, except those of the C library for itself.
+"""Every system call of a run, except the C library's own.
 
-A tool that does no more than it says makes no other call: it does not force data to disk, lock, sleep, handle a signal,
-change the directory or the umask, or tidy up after a failure.
+So the tool does not force data to disk, lock, sleep, handle a signal, change the directory or the umask, or tidy up
+after a failure.
 """
 
 import re
@@ -16,7 +16,7 @@ STARTING = {"execve", "arch_prctl", "prlimit64", "rseq", "set_robust_list", "set
 LIBRARIES = ("/etc/ld.so.", "/lib", "/usr/lib")
 STATE_OF_A_DESCRIPTOR = r"""\d+<.*>, ("", \{|F_GETFL\b|F_SETFD, FD_CLOEXEC\))"""
 
-pytestmark = pytest.mark.skipif(SANITIZED or COUNTS_LINES, reason="this build makes calls of its own")
+pytestmark = pytest.mark.skipif(SANITIZED or COUNTS_LINES, reason="this build makes other calls too")
 
 
 def is_the_c_librarys(traced: Traced) -> bool:
@@ -26,7 +26,7 @@ def is_the_c_librarys(traced: Traced) -> bool:
 
 
 def calls(machine, words: list[str], user: str, *options: str) -> list[str]:
-    """In these F is the preferences file, and T a thumbnail."""
+    """F is the preferences file, and T a thumbnail."""
     with strace(machine) as inside:
         _, trace = inside.run(words, user, options, HOME)
     told = [" ".join(filter(None, each.call[:2])) for each in trace if not is_the_c_librarys(each)]
@@ -101,7 +101,7 @@ def test_makes_these_calls_and_no_others(machine, cache, there, user, words, exp
     ],
     ids=["pkexec cannot be run", "own path cannot be read", "own path is empty", "no fork", "interrupted wait"],
 )
-def test_elevation_goes_no_further_than_it_can(machine, mode, fault, reached):
+def test_elevation_stops_at_the_first_failing_call(machine, mode, fault, reached):
     machine.pkexec("#!/bin/sh\n", mode)
     expected = ABSENT + SAY + ELEVATE[:reached] + COMPLAIN
     assert calls(machine, SET_MONO, "ann", "-e", f"inject={fault}") == [*expected, "exit_group"]

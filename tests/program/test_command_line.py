@@ -1,4 +1,4 @@
-"""The command word, and what becomes of the words after it."""
+"""The command word, and the words after it."""
 
 import re
 import subprocess
@@ -13,7 +13,7 @@ from vocabulary import preferences
 LONG = "x" * 100 * 1024
 
 
-def test_no_command_word_prints_the_usage_on_standard_error(machine):
+def test_without_a_command_word_the_usage_goes_to_standard_error(machine):
     assert machine.run() == (2, b"", USAGE)
 
 
@@ -36,7 +36,7 @@ def test_version_and_prefs_ignore_further_words(machine, further):
     assert machine.prefs.read_text() == "cfa=color\n"
 
 
-# Near misses of each command word, and what a format or a buffer could trip over.
+# Near misses of each command word, and words that could break a format or a buffer.
 UNKNOWN: list[str | bytes] = ["", "--HELP", "--helps", "-help", "-h ", "-hh", "--version=1", " --prefs", "--prefs\n"]
 UNKNOWN += ["--pref", "prefs", "--set=cfa=mono", "--", "--all", "%s%n%d%%", bytes(range(1, 256)), LONG]
 
@@ -52,7 +52,7 @@ NOT_ALL = [["--verbose", "--all"], ["--", "--all"], ["all"], ["--ALL"], ["--al"]
 
 
 @pytest.mark.parametrize("further", [*ALL, *NOT_ALL], ids=repr)
-def test_only_the_very_next_word_clears_all(cache, further):
+def test_only_the_next_word_can_clear_all(cache, further):
     cache.put(PHOTO, "normal/harbour.png")
     done = (report_all(1), {"normal/harbour.png"}) if further in ALL else (report(0, 1), set())
     assert cache.clear(*further) == done
@@ -64,14 +64,14 @@ def test_standard_input_is_left_unread(machine, words):
     assert run == (0, b"left alone", b"")
 
 
-def test_environment_names_no_other_place_for_the_preferences(machine):
+def test_environment_does_not_move_the_preferences(machine):
     (machine.ann / "nebulark").mkdir()
     (machine.ann / "nebulark/preferences.conf").write_text("cfa=mono\n")
     names = ["HOME", "XDG_CONFIG_HOME", "XDG_CONFIG_DIRS", "XDG_DATA_HOME", "XDG_DATA_DIRS"]
     assert machine.run("--prefs", env=dict.fromkeys(names, "/home/ann")) == (0, shown(), b"")
 
 
-@unless_emulated("the locale is one for this machine's processor")
+@unless_emulated("the locale is for this machine's processor")
 def test_the_locale_of_the_environment_changes_nothing(machine):
     # In this one the decimal point is a comma, and some of the high bytes are capitals.
     localedef = ["localedef", "--no-archive", "--inputfile=de_DE", "--charmap=ISO-8859-1", machine.home / "de_DE"]

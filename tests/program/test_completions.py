@@ -1,5 +1,5 @@
-"""What bash, zsh and fish offer when a nebulark-ctl command line is completed, compared with the tool's own words: the
-shells themselves, with the completions where an installation puts them."""
+"""What bash, zsh and fish offer to complete a nebulark-ctl command line, compared with the tool's own words. The shells
+are real, and the completions are where an installation puts them."""
 
 import shutil
 import subprocess
@@ -37,7 +37,7 @@ zstyle ':completion:all:*' completer _all_matches _complete
 zstyle ':completion:all:*' insert true
 bindkey '^Xa' all
 """
-# Of each shell its command, what sets it up, and the keys that insert all that it would offer.
+# Each shell's command, its setup, and the keys that insert all offers.
 EDITORS = {
     "bash": (BASH, START_BASH, "\x1b*"),
     "bash, = breaking no words": (BASH, START_BASH + "COMP_WORDBREAKS=${COMP_WORDBREAKS//=}", "\x1b*"),
@@ -53,7 +53,7 @@ class Editor:
         self.terminal = pexpect.spawn(
             command[0], command[1:], env=env, cwd=env["HOME"], dimensions=(24, 2000), encoding="utf-8", timeout=60
         )
-        said = f"{READY[:3]}''{READY[3:]}"  # the terminal shows what is typed too, which must not look the same
+        said = f"{READY[:3]}''{READY[3:]}"  # the terminal also shows this line, which must look different
         self.terminal.sendline("; ".join([*start.strip().splitlines(), f"echo '{said}'"]))
         self.terminal.expect_exact(READY)
 
@@ -83,7 +83,7 @@ class Fish:
 
 @pytest.fixture(scope="module")
 def environment(tmp_path_factory) -> dict[str, str]:
-    """A home, two commands, and the completions in a directory besides the real /usr/share."""
+    """A home, two commands, and the completions, in addition to the real /usr/share."""
     root = tmp_path_factory.mktemp("completions")
     for file, place in INSTALLED.items():
         (root / place).mkdir(parents=True)
@@ -120,8 +120,8 @@ def only(*names: str):
 
 
 def check(shell, typed: str, expected):
-    """Names without their equals sign, values without their name, which bash does not replace. The order is the tool's,
-    where the shell lets completions choose it: fish sorts commands, and all words after sudo."""
+    """Compares names without their equals sign, and values without their name, which bash does not replace. The order
+    must be the tool's, except in fish, which sorts some words."""
     offered = [word.rstrip("=").rpartition("=")[2] for word in shell.offers(typed)]
     if isinstance(shell, Fish):
         offered, expected = sorted(offered), sorted(expected)
@@ -140,7 +140,7 @@ def test_names_are_offered_after_set(shell, machine, before):
 
 
 @pytest.mark.parametrize("typed, names", [("label", ["labelformat", "labelcorner"]), ("cfa", ["cfa"])])
-def test_names_are_offered_that_begin_as_typed(shell, typed, names):
+def test_names_that_begin_as_typed_are_offered(shell, typed, names):
     check(shell, f"nebulark-ctl --set {typed}", names)
 
 
@@ -214,12 +214,12 @@ COMPLETED = {
 
 @only(*EDITORS)
 @pytest.mark.parametrize("keys", COMPLETED, ids=repr)
-def test_line_grows_as_it_is_typed(shell, keys):
+def test_keys_complete_the_line(shell, keys):
     assert shell.line(keys) == COMPLETED[keys]
 
 
 @only("bash", "bash, = breaking no words")
-def test_bash_does_not_repeat_a_sign_after_the_cursor(shell):
+def test_bash_does_not_repeat_the_equals_sign_after_the_cursor(shell):
     assert shell.line("nebulark-ctl --set bri=dim" + BACK * 4 + TAB) == "nebulark-ctl --set brightness=dim"
 
 

@@ -15,14 +15,14 @@ from png import chunk
 from tracing import GLIBC, SANITIZED, strace
 
 FILES = 128  # in one directory; twice as many are still listed in one go
-PROBED = 1 / 64  # of the files are looked at twice, to see whether the cache is in memory
+PROBED = 1 / 64  # of the files are opened twice, to see whether the cache is in memory
 
 KEPT = {"newfstatat": 1, "openat": 1 + PROBED, "pread64": 1, "close": 1 + PROBED, "preadv2": PROBED}
 DELETED = KEPT | {"unlink": 1}
 DELETED_UNREAD = {"newfstatat": 1, "unlink": 1}
 INSTRUCTIONS = 1100  # 830 with GCC 12 for x86-64; another compiler may need more
 
-pytestmark = pytest.mark.skipif(SANITIZED or not GLIBC, reason="this build makes calls of its own for each file")
+pytestmark = pytest.mark.skipif(SANITIZED or not GLIBC, reason="this build makes other calls for each file")
 
 
 def fill(machine, content: bytes, count: int):
@@ -71,13 +71,13 @@ def test_a_file_costs_these_calls(machine, content, words, expect, cost):
 def release_build():
     settings = BUILT.parent / "CMakeCache.txt"
     if not settings.exists() or "CMAKE_BUILD_TYPE:STRING=Release\n" not in settings.read_text():
-        pytest.skip("this is no release build")
+        pytest.skip("not a release build")
     if platform.machine() != "x86_64":
         pytest.skip("instructions are counted for x86-64")
 
 
 @unless_emulated("the instructions of qemu are counted")
-def test_keeping_a_thumbnail_takes_no_more_instructions_than_it_did(release_build, machine):
+def test_keeping_a_thumbnail_takes_few_instructions(release_build, machine):
     callgrind = ["/usr/bin/valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--log-file=/home/log"]
     counts = []
     for count in (FILES, 2 * FILES):

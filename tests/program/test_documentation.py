@@ -37,7 +37,7 @@ def section(page, heading: str) -> ElementTree.Element:
 
 
 def text(element: ElementTree.Element) -> str:
-    """As a reader sees it: a line break is a blank, and what is hidden is left out."""
+    """As a reader sees it: a line break is a blank, and hidden text is left out."""
     return " ".join("".join(pieces(element)).split())
 
 
@@ -50,7 +50,7 @@ def pieces(element) -> Iterator[str]:
 
 
 def marked(element, *markup: str) -> list[str]:
-    """The texts of these classes, such as "Fl", mandoc's for words of the command line."""
+    """The texts of these classes, such as "Fl", mandoc's class for command line words."""
     return [text(part) for part in element.iter() if part.get("class") in markup]
 
 
@@ -214,7 +214,7 @@ CHANGED = NOTICE + listing(cfa="mono") + HINT + listing(cfa="mono")
 
 @pytest.fixture
 def rule(page, desk) -> Path:
-    """The rule that the manual shows, where it says to put it, with ann in the group that it is for."""
+    """The manual's rule, where the manual puts it, with ann in the rule's group."""
     (text,) = [text for text in shown(page, "manual") if "polkit.addRule" in text]
     (name,) = [Path(path).name for path in marked(page, "Pa") if path.startswith("/etc/polkit-1/rules.d/")]
     (desk.rules / name).write_text(text)
@@ -310,5 +310,5 @@ def test_man_shows_it_at_80_columns_without_a_warning(manual):
         timeout=60,
     )
     assert (done.returncode, done.stderr) == (0, "")
-    literal = manual.read_text().splitlines()  # what the tool prints, which is not filled
+    literal = manual.read_text().splitlines()  # the tool's output, which man does not wrap
     assert [line for line in done.stdout.splitlines() if len(line) > 80 and line.strip() not in literal] == []

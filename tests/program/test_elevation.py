@@ -1,4 +1,4 @@
-"""--set under pkexec: what the second run is given, and what comes of it."""
+"""--set through pkexec: what the second run gets, and what comes of it."""
 
 import signal
 import sys
@@ -11,7 +11,7 @@ from texts import CANNOT_WRITE, HINT, NOTICE, listing, stored
 NOT_CHANGED = (1, NOTICE, CANNOT_WRITE)
 SET_MONO = ["--set", "cfa=mono"]
 
-# Run as a script, this pkexec has the words "/bin/sh /usr/bin/pkexec" in place of "pkexec".
+# A script's words begin with "/bin/sh /usr/bin/pkexec" instead of "pkexec".
 TELLS_ITS_WORDS = "#!/bin/sh\ncat /proc/$$/cmdline\n"
 
 
@@ -72,7 +72,7 @@ def test_environment_reaches_pkexec_unchanged(machine):
 
 
 @unless_emulated("signals and limits are those of qemu")
-def test_pkexec_inherits_all_that_the_tool_was_started_with(machine):
+def test_pkexec_inherits_the_state_of_the_tool(machine):
     machine.pkexec(
         """#!/bin/sh
         pwd -P
@@ -100,7 +100,7 @@ LONGEST = DEEP + "/" + "t" * (4095 - len(DEEP) - 1)
     [
         ("ln -s /usr/bin/nebulark-ctl /home/link", ["/home/link"], TOOL),
         ("cp /usr/bin/nebulark-ctl '/home/a %s\nb'", ["/home/a %s\nb"], "/home/a %s\nb"),
-        # On a file system of this run alone: outside, where the path is longer still, nobody could remove it.
+        # On a file system that ends with the run: outside, the path would be too long to remove.
         (f"mount -t tmpfs tmpfs /home; mkdir -p {DEEP}; cp {TOOL} {LONGEST}", [LONGEST], LONGEST),
         pytest.param(
             *(":", ["perl", "-e", "exec { shift } @ARGV", TOOL, "/bin/false"], TOOL),
@@ -109,7 +109,7 @@ LONGEST = DEEP + "/" + "t" * (4095 - len(DEEP) - 1)
     ],
     ids=["link", "odd path", "longest path", "another argument 0"],
 )
-def test_second_run_is_the_very_file_that_runs(machine, prepare, tool, path):
+def test_second_run_is_the_running_file(machine, prepare, tool, path):
     machine.pkexec(TELLS_ITS_WORDS)
     run = machine.run(*SET_MONO, user="ann", tool=[*EMULATOR, *tool], script=f'{prepare}; exec "$@"')
     assert run == (0, NOTICE + given(path, *SET_MONO) + listing(), b"")
@@ -127,7 +127,7 @@ def test_pkexec_is_started_by_its_path_under_its_plain_name(machine):
     assert last.split(maxsplit=1)[1] == f'execve("/usr/bin/pkexec", {words}, {variables}) = 0'
 
 
-NO_HELP = {
+FAILING = {
     "not executable": ("#!/bin/sh\n", 0o644),
     "no program": ("echo run by a shell\n", 0o755),
     "ends with 1": ("#!/bin/sh\nexit 1\n", 0o755),
@@ -139,8 +139,8 @@ NO_HELP = {
 }
 
 
-@pytest.mark.parametrize("pkexec, mode", NO_HELP.values(), ids=NO_HELP)
-def test_pkexec_that_does_not_help_changes_nothing(machine, pkexec, mode):
+@pytest.mark.parametrize("pkexec, mode", FAILING.values(), ids=FAILING)
+def test_failing_pkexec_changes_nothing(machine, pkexec, mode):
     machine.prefs.write_text("labelformat=on\n")
     machine.pkexec(pkexec, mode)
     before = entries(machine.share)
@@ -161,7 +161,7 @@ def test_pkexec_elsewhere_in_path_is_not_run(machine):
     assert machine.run(*SET_MONO, user="ann", env={"PATH": "/home/ann"}) == NOT_CHANGED
 
 
-def test_pkexec_that_is_stopped_for_a_while_is_waited_for(machine):
+def test_stopped_pkexec_is_waited_for(machine):
     machine.pkexec(
         """#!/bin/sh
         (until grep -q "State:.T" /proc/$$/status; do :; done; kill -CONT $$) &
@@ -178,8 +178,8 @@ def test_signal_from_the_terminal_ends_both_runs(machine):
     assert machine.run(*SET_MONO, user="ann") == (-signal.SIGINT, NOTICE, b"")
 
 
-def test_outcome_of_another_child_is_not_taken_for_that_of_pkexec(machine):
-    # The other one has ended before pkexec does, and may be waited for.
+def test_outcome_of_another_child_does_not_count(machine):
+    # The other child ends before pkexec does.
     machine.pkexec(
         """#!/bin/sh
         while grep -qs "State:.[^Z]" "/proc/$(cat /home/other)/status"; do :; done
@@ -191,8 +191,8 @@ def test_outcome_of_another_child_is_not_taken_for_that_of_pkexec(machine):
 
 
 @pytest.mark.usefixtures("polkit")
-def test_unknown_outcome_is_a_failure_even_of_a_change_that_was_made(machine):
-    # Where that signal is ignored, the kernel does not say how a child ended.
+def test_unknown_outcome_is_a_failure_even_after_a_change(machine):
+    # If SIGCHLD is ignored, the kernel does not say how a child ended.
     run = machine.run(*SET_MONO, user="ann", tool=["env", "--ignore-signal=CHLD", *RUN_TOOL])
     assert run == (1, NOTICE + listing(cfa="mono") + HINT, CANNOT_WRITE)
     assert machine.prefs.read_bytes() == stored(cfa="mono")
@@ -200,7 +200,7 @@ def test_unknown_outcome_is_a_failure_even_of_a_change_that_was_made(machine):
 
 @unless_emulated("strace pokes the memory of qemu")
 def test_pkexec_that_leaves_a_core_is_a_failure(machine):
-    # Whether there is a core is up to the machine, so strace changes the wait's answer.
+    # Whether there is a core depends on the machine, so strace changes the wait's answer.
     machine.pkexec("#!/bin/sh\n")
     answer = (signal.SIGABRT | 0x80).to_bytes(4, sys.byteorder).hex()
     strace = f'exec strace -o /dev/null -e trace=wait4 -e inject=wait4:poke_exit=@arg2={answer} "$@"'
@@ -208,7 +208,7 @@ def test_pkexec_that_leaves_a_core_is_a_failure(machine):
 
 
 @unless_emulated("strace shows the calls of qemu")
-def test_child_in_which_pkexec_cannot_be_started_ends_as_in_a_shell(machine):
+def test_child_that_cannot_start_pkexec_ends_with_127(machine):
     machine.pkexec("#!/no/such/interpreter\n")
     strace = 'exec strace -f -q -e signal=none -e trace=none -o /home/trace "$@"'
     assert machine.run(*SET_MONO, user="ann", env=TRACED, script=strace) == NOT_CHANGED
@@ -216,10 +216,10 @@ def test_child_in_which_pkexec_cannot_be_started_ends_as_in_a_shell(machine):
     assert ends == ["+++ exited with 127 +++", "+++ exited with 1 +++"]
 
 
-@unless_emulated("the set-user-id bit of the tool counts for nothing")
+@unless_emulated("the tool's set-user-id bit has no effect")
 @pytest.mark.parametrize("file", [None, "labelformat=on\n"], ids=["no file", "root's file"])
-def test_rights_of_the_tool_that_its_user_lacks_neither_save_nor_elevate(machine, file):
-    # Set-user-id root: the user decides what may be written, the rights of the process decide who is root.
+def test_set_user_id_tool_neither_saves_nor_elevates(machine, file):
+    # Set-user-id root: the real user decides what may be written, the effective user who is root.
     machine.pkexec("#!/bin/sh\necho ran\n")
     if file:
         machine.prefs.write_text(file)

@@ -1,8 +1,8 @@
 """Every system call of a run fails, one at a time, with every error that it can give.
 
-The calls are those of an undisturbed run; `model` tells what comes of it when one of them fails. The first calls are
-the dynamic loader's: when one of these fails, the program may not start, and then nothing has changed. One error of
-each is enough there, as the tool never sees it.
+The calls are those of an undisturbed run; `model` says what comes of each failure. The first calls are the dynamic
+loader's: if one fails, the program may not start, and nothing changes. One error of each is enough there, because the
+tool never sees it.
 """
 
 import os
@@ -49,7 +49,7 @@ ERRORS = {
     "write": "EAGAIN EDQUOT EFBIG EINTR EIO ENOSPC EPERM EPIPE",
 }
 FAULTS = {name: [f"error={error}" for error in ERRORS[names].split()] for names in ERRORS for name in names.split()}
-FAULTS["brk"] = ["retval=0"]  # brk has no error, but no memory either
+FAULTS["brk"] = ["retval=0"]  # brk has no error: this means no memory
 
 
 class Kind(NamedTuple):
@@ -77,7 +77,7 @@ KINDS = {
 
 
 def furnish(machine: Machine, old: dict | None = None, elevates: bool = True, all: bool | None = None):
-    """Makes the machine what it is before a run. The directories stay, and list their files in the same order."""
+    """Prepares the machine for a run. The directories stay, so that they list their files in the same order."""
     for each in entries(machine.share) | entries(machine.home):
         if each.is_symlink() or not each.is_dir():
             each.unlink()
@@ -95,7 +95,7 @@ def furnish(machine: Machine, old: dict | None = None, elevates: bool = True, al
 
 
 def files_of(machine: Machine) -> Files:
-    """All that is below /usr/share and /home, by the paths that the tool knows."""
+    """All below /usr/share and /home, by the tool's paths."""
     tops = {"/usr/share": machine.share, "/home": machine.home}
     found = [(path.relative_to(top), place, each) for place, top in tops.items() for path, each in entries(top).items()]
     return {f"{place}/{name}": (each.mode, each.content) for name, place, each in found}
@@ -113,8 +113,8 @@ def left_open(trace: list[Traced]) -> set[str]:
 
 
 def calls_that_count(trace: list[Traced]) -> list[Call | None]:
-    """The calls, numbered without those that can change no result. These are None: calls about a file before its status
-    is asked for, which read ahead, and calls about a directory that has been listed."""
+    """The calls, numbered. Those that can change no result are None and are not numbered: calls about a file before its
+    status is read, which read ahead, and calls about a directory that has been listed."""
     seen: Counter[tuple[str, str]] = Counter()
     found: list[Call | None] = []
     for (name, subject, _), _, _ in trace:
@@ -127,14 +127,14 @@ def calls_that_count(trace: list[Traced]) -> list[Call | None]:
 
 def is_looked_at(traced: Traced) -> bool:
     if not GLIBC and traced.call.subject.startswith("std"):
-        return False  # another C library writes a text in pieces, of which any may be lost
+        return False  # another C library writes a text in pieces, and each may be lost
     others = SANITIZED or COUNTS_LINES or not GLIBC
     return is_the_tools(traced.call) or not others
 
 
 @pytest.mark.usefixtures("polkit")
 @pytest.mark.parametrize("kind", KINDS.values(), ids=KINDS)
-def test_no_failing_call_does_more_harm_than_it_must(machine, kind):
+def test_failing_call_has_only_the_effects_of_the_model(machine, kind):
     model, words, user, how, always = kind
 
     def run(*options: str) -> tuple[Outcome, list[Traced], Files]:
@@ -156,7 +156,7 @@ def test_no_failing_call_does_more_harm_than_it_must(machine, kind):
 
         for place, (traced, counted) in enumerate(zip(undisturbed, calls_that_count(undisturbed))):
             if traced.call.subject.endswith(".gcda"):
-                break  # the counts of the lines that ran: how many calls there are changes with them
+                break  # the line counts, whose number of calls varies
             if not is_looked_at(traced) or (always and traced.call.name == "preadv2"):
                 continue
             name, nth = traced.raw

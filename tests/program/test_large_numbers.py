@@ -1,4 +1,4 @@
-"""--clear-thumb-cache on files whose size, time or inode number needs more than 32 bits, and on more than 65,535."""
+"""--clear-thumb-cache on sizes, times and inode numbers of more than 32 bits, and on more than 65,535 files."""
 
 import pytest
 from cache import CACHE, CLEAR, FITS, HOME, PHOTO, clearing, report, report_all
@@ -21,7 +21,7 @@ OVERLAY = f"""
 @pytest.fixture
 def clear(machine, cache):
     def clear(*words: str, prepare: str):
-        """Clears a cache with a thumbnail of each kind. Gives the outcome and what is left."""
+        """Clears a cache with a thumbnail of each kind. Returns the outcome and what is left."""
         cache.put(PHOTO, "normal/harbour.png")
         cache.put(FITS, "normal/m31.png")
         script = around(prepare, "ls >/usr/share/survivors")
@@ -35,8 +35,8 @@ def only(number: int) -> range:
     return range(number, number + 1)
 
 
-# What is done to the thumbnails, and what stat then tells. The last second of 32 bits is in 2038, and in 2106 if it has
-# no sign; the first one is in 1901.
+# A change of the thumbnails, and what stat then prints. Times of 32 bits go from 1901 to 2038, or without a sign to
+# 2106.
 CHANGES = {
     "2 GiB": (f"{TMPFS}; truncate -s 2G *", "%s", only(1 << 31)),
     "4 GiB and a byte": (f"{TMPFS}; truncate -s {(1 << 32) + 1} *", "%s", only((1 << 32) + 1)),
@@ -61,7 +61,7 @@ LINK = f"for n in range({MANY}): os.link('m31.png', f'm{{n}}'); os.link('harbour
 
 
 @clearing(report(MANY + 1, MANY + 1), report_all(2 * MANY + 2))
-def test_more_files_than_16_bits_can_count_are_counted(clear, words, result):
+def test_more_than_65535_files_are_counted(clear, words, result):
     prepare = f'{TMPFS}; mount -o remount,nr_inodes=0 /home; /usr/bin/python3 -c "import os\n{LINK}"'
     outcome, there = clear(*words, prepare=prepare)
     assert (outcome, len(there)) == (result, 0 if words else MANY + 1)

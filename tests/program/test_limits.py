@@ -1,4 +1,4 @@
-"""What the tool does where streams, memory or descriptors are short."""
+"""Runs with closed streams, little memory or few descriptors."""
 
 import bisect
 import os
@@ -36,7 +36,7 @@ BEFORE = stored(labelformat="on"), {"preferences.conf"}, {"m31.png", "harbour.pn
 SAVED = stored(labelformat="on", cfa="mono"), *BEFORE[1:]
 CHANGED = listing(labelformat="on", cfa="mono")
 
-# The words, by whom, what comes of them where nothing is short, and what they leave.
+# The words, the user, and the outcome and state when nothing is short.
 RUNS = {
     "prefs": (["--prefs"], "root", Outcome(0, shown(labelformat="on"), b""), BEFORE),
     "save": (SET_MONO, "root", Outcome(0, CHANGED + HINT, b""), SAVED),
@@ -54,7 +54,7 @@ EACH_RUN = pytest.mark.parametrize("words, user, outcome, after", RUNS.values(),
 @pytest.mark.usefixtures("polkit")
 @EACH_RUN
 @pytest.mark.parametrize("closed", ["0", "1", "2", "01", "02", "12", "012"])
-def test_closed_standard_streams_lose_what_is_said_and_nothing_else(furnished, closed, words, user, outcome, after):
+def test_closed_standard_streams_lose_only_their_output(furnished, closed, words, user, outcome, after):
     # The files that the tool opens get the numbers of the closed streams.
     heard = outcome._replace(out=outcome.out * ("1" not in closed), err=outcome.err * ("2" not in closed))
     script = 'exec "$@" ' + " ".join(f"{stream}>&-" for stream in closed)
@@ -72,7 +72,7 @@ def test_message_of_a_failing_save_does_not_end_up_in_a_file(machine, closed):
 
 @pytest.mark.usefixtures("polkit")
 @EACH_RUN
-def test_closed_pipe_ends_the_tool_when_it_writes_and_the_work_is_done_by_then(furnished, words, user, outcome, after):
+def test_closed_pipe_ends_the_tool_after_the_work(furnished, words, user, outcome, after):
     to_nobody = 'mkfifo /home/pipe; exec 3<>/home/pipe 4>/home/pipe 3>&-; exec "$@" >&4 4>&-'
     expected = (Outcome(-13, b"", b""), after) if outcome.out else (outcome, after)
     if outcome.out.startswith(NOTICE):
@@ -88,14 +88,14 @@ COUNTABLE = pytest.mark.skipif(
 
 
 def memory(kib: int) -> list[str]:
-    """Starts the tool with so much memory. Aborting dumps no core."""
+    """Starts the tool with so much memory, and without core dumps."""
     return ["/usr/bin/prlimit", f"--as={kib << 10}", "--core=0", TOOL]
 
 
 @COUNTABLE
-@pytest.mark.skipif(not GLIBC, reason="another C library asks for memory often, and reads no file without")
+@pytest.mark.skipif(not GLIBC, reason="another C library needs memory to read a file")
 @pytest.mark.parametrize("name", [name for name in RUNS if name != "elevated"])
-def test_however_little_memory_there_is_the_work_is_done_or_left(machine, name):
+def test_with_little_memory_the_work_is_done_wholly_or_not_at_all(machine, name):
     words, user, outcome, after = RUNS[name]
 
     def does_the_work(kib: int) -> bool:
@@ -106,7 +106,7 @@ def test_however_little_memory_there_is_the_work_is_done_or_left(machine, name):
         assert (run, state(machine)) == (outcome, after), kib
         return True
 
-    # What is enough, to the page, and then what is up to 128 KiB less than that.
+    # Finds what is enough, to the page, then tries up to 128 KiB less.
     enough = 4 * (bisect.bisect_left(range(0, 16 << 10, 4), True, key=does_the_work))
     assert does_the_work(enough)
     assert not any(does_the_work(enough - less) for less in range(4, 128, 8))
@@ -124,7 +124,7 @@ def test_preferences_larger_than_memory_are_read_line_by_line(furnished, name):
 
 @COUNTABLE
 def test_line_longer_than_memory_ends_the_reading(machine):
-    # The line is read, and its value copied three times: whichever of these finds no memory.
+    # The line is read, and its value copied three times: each may run out of memory.
     content = b"labelcorner=topleft\nautostretch=" + b"x" * (16 << 20) + b"\nlabelformat=on\n"
     start = dict(labelcorner="topleft", cfa="mono")
     enough = []
@@ -138,7 +138,7 @@ def test_line_longer_than_memory_ends_the_reading(machine):
     assert enough == sorted(enough)
 
 
-# What libstdc++ and libc++ do where there is not even memory for an exception.
+# What libstdc++ and libc++ do without memory for an exception.
 NO_EXCEPTION = [
     Outcome(-6, b"", b"terminate called without an active exception\n"),
     Outcome(-6, b"", b"libc++abi: terminating\n"),
@@ -147,9 +147,9 @@ NO_EXCEPTION = [
 
 
 @COUNTABLE
-def test_a_text_too_long_for_memory_ends_the_reading_of_its_file_alone(machine, cache):
+def test_a_text_too_long_for_memory_ends_the_reading_of_its_file_only(machine, cache):
     # Without memory for a text of 1 MiB, a URI after it is not seen. Two such texts need no more memory than one. A URI
-    # as long is kept as well, and needs it twice.
+    # of that length is also kept, and needs the memory twice.
     long_text = chunk(b"tEXt", b"Comment\0".ljust(1 << 20, b"x"))
     long_uri = chunk(b"tEXt", (b"Thumb::URI\0" + b"x" * (1 << 20))[: (1 << 20) - 5] + b".fits")
     long_files = {f"{n}.png": FITS[:8] + n * long_text + FITS[8:] for n in (1, 2)}
@@ -201,11 +201,9 @@ for level in range(int(sys.argv[2]) + 1):
 
 @pytest.mark.parametrize("descriptors, opened", [(1024, 1021), (8192, LEVELS + 1)])
 @clearing(False, True)
-def test_descriptors_limit_how_deep_directories_are_cleared_and_the_stack_does_not(
-    machine, descriptors, opened, words, result
-):
-    # Every level takes a descriptor, and a file in it one more while it is looked into. What lies too deep is skipped.
-    # On a file system of this run alone: outside, where the paths are longer still, nobody could remove it.
+def test_descriptors_and_not_the_stack_limit_the_depth(machine, descriptors, opened, words, result):
+    # Every level takes a descriptor, and judging a file one more. Deeper files are skipped. On a file system that ends
+    # with the run: outside, the paths would be too long to remove.
     prepare = f"""
         mount -t tmpfs tmpfs /home
         /usr/bin/python3 -c '{DEEP}' {CACHE}/normal {LEVELS} {FITS.hex()} {PHOTO.hex()}

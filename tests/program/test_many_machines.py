@@ -1,4 +1,4 @@
-"""What nebulark-preferences(5) gives to administrators of many machines, run as it stands there."""
+"""What nebulark-preferences(5) shows administrators of many machines, run unchanged."""
 
 import os
 import re
@@ -18,7 +18,7 @@ BOB = 1001
 
 @pytest.fixture(scope="module")
 def shown(built_page) -> list[str]:
-    """All that the manual page shows to be copied."""
+    """All that the manual page offers to copy."""
     root = ElementTree.parse(f"{MANUALS[1]}.html").getroot()
     return ["".join(pre.itertext()) for pre in root.iter("pre")]
 
@@ -37,7 +37,7 @@ def test_guide_shows_the_same_tasks_and_commands(shown):
 # Ansible
 
 
-# What is in the file after each of the two ways, where brightness=brighter was in it before.
+# The file after each way, if it had brightness=brighter before.
 KEPT = {
     "ansible.builtin.copy": stored(brightness="darker", labelformat="on", labelcorner="topleft"),
     "ansible.builtin.command": stored(brightness="darker", cfa="mono"),
@@ -51,7 +51,7 @@ def way(request) -> str:
 
 @pytest.fixture
 def play(machine, shown, way):
-    """Runs the tasks of this way and gives how many of them changed something, by Ansible's last line."""
+    """Runs the tasks of this way and returns how many changed something, by Ansible's last line."""
     playbook = machine.home / "playbook.yml"
     head = "- hosts: localhost\n  gather_facts: false\n  tasks:\n"
 
@@ -66,7 +66,7 @@ def play(machine, shown, way):
     return run
 
 
-def test_ansible_changes_once_what_differs(machine, play, way):
+def test_ansible_changes_a_different_file_once(machine, play, way):
     machine.prefs.write_bytes(stored(brightness="brighter"))
     assert play() == 1
     assert machine.prefs.read_bytes() == KEPT[way]
@@ -92,7 +92,7 @@ def test_ansible_makes_the_first_file(machine, play, way):
     assert machine.prefs.read_bytes() == KEPT[way]
 
 
-FAILED = 2  # Ansible's status where a task fails
+FAILED = 2  # Ansible's status if a task fails
 
 
 def test_ansible_fails_without_the_directory(machine, play, way):
@@ -136,7 +136,7 @@ def caches(machine) -> dict[str, Path]:
 
 @pytest.fixture
 def as_root(machine):
-    """Runs a text by sh on a machine with these users, as a root whose environment names its cache."""
+    """Runs a shell script on a machine with these users, as root, with root's cache in the environment."""
     users = 'mount -t tmpfs tmpfs /run; mount --bind /home/passwd /etc/passwd; exec "$@"'
 
     def run(text: str) -> str:

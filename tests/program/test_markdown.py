@@ -10,11 +10,11 @@ from texts import CANNOT_WRITE, COULD_NOT_WRITE
 from transcripts import replay
 from vocabulary import Preference, preferences
 
-PAPERS = sorted([*PROJECT.glob("*.md"), *PROJECT.glob("*/*.md")])
-TEXTS = {str(paper.relative_to(PROJECT)): paper.read_text() for paper in PAPERS}
+DOCUMENTS = sorted([*PROJECT.glob("*.md"), *PROJECT.glob("*/*.md")])
+TEXTS = {str(document.relative_to(PROJECT)): document.read_text() for document in DOCUMENTS}
 README = TEXTS["README.md"]
 
-every_paper = pytest.mark.parametrize("paper", PAPERS, ids=TEXTS)
+every_document = pytest.mark.parametrize("document", DOCUMENTS, ids=TEXTS)
 
 
 def transcripts(text: str) -> list[str]:
@@ -22,10 +22,10 @@ def transcripts(text: str) -> list[str]:
     return [block for block in map(textwrap.dedent, blocks) if re.match(r"\n*[$#] nebulark-ctl ", block)]
 
 
-@pytest.mark.parametrize("paper", [name for name, text in TEXTS.items() if transcripts(text)])
+@pytest.mark.parametrize("document", [name for name, text in TEXTS.items() if transcripts(text)])
 @pytest.mark.usefixtures("polkit")
-def test_transcripts_are_what_the_tool_does(machine, paper):
-    replay(machine, transcripts(TEXTS[paper]))
+def test_transcripts_are_what_the_tool_does(machine, document):
+    replay(machine, transcripts(TEXTS[document]))
 
 
 def test_readme_has_all_preferences(machine):
@@ -47,24 +47,24 @@ def test_readme_quotes_messages_as_they_are_printed():
 
 
 def anchors(text: str) -> set[str]:
-    """Of the headings in a Markdown file, as GitHub and GitLab make them."""
+    """The anchors of a Markdown file's headings, as GitHub and GitLab make them."""
     headings = re.findall(r"^#+ (.+)$", text, re.MULTILINE)
     return {re.sub(r"[^\w -]", "", heading).lower().replace(" ", "-") for heading in headings}
 
 
-@every_paper
-def test_links_lead_somewhere(paper):
-    links = re.findall(r'\]\(([^)\s]+)\)|(?:src|href)="([^"]+)"', paper.read_text())
+@every_document
+def test_links_lead_somewhere(document):
+    links = re.findall(r'\]\(([^)\s]+)\)|(?:src|href)="([^"]+)"', document.read_text())
     for link in map("".join, links):
         path, _, anchor = link.partition("#")
-        target = paper.parent / path if path else paper
+        target = document.parent / path if path else document
         assert target.is_file(), link
         assert not anchor or anchor in anchors(target.read_text()), link
 
 
-@every_paper
-def test_named_tests_and_scripts_are_there(paper):
-    text = paper.read_text()
+@every_document
+def test_named_tests_and_scripts_exist(document):
+    text = document.read_text()
     names = {f"tests/program/{name}.py" for name in re.findall(r"\btest_\w+", text)}
     names |= set(re.findall(r"\b(?:script|tests|src|data|docs|bench|cmake)/[\w./-]*\w", text))
     assert [name for name in sorted(names) if not (PROJECT / name).exists()] == []

@@ -19,7 +19,7 @@ VIEWS = list(itertools.product(PAGES, SCHEMES, WIDTHS))
 
 FLAGS = [
     "--headless",
-    "--no-sandbox",  # its own sandbox will not have root
+    "--no-sandbox",  # its own sandbox refuses root
     "--disable-gpu",
     "--no-first-run",
     "--disable-background-networking",
@@ -39,7 +39,7 @@ class Browser:
         self.driver = webdriver.Chrome(service=service, options=options)
 
     def open(self, page: Path, scheme: str = "light", width: int = 1280, medium: str = "screen"):
-        """Shows the page in a window so high that all of it is in sight."""
+        """Shows the page in a window as high as the page."""
         feature = {"name": "prefers-color-scheme", "value": scheme}
         self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": medium, "features": [feature]})
         self.resize(width, 800)
@@ -59,7 +59,7 @@ def browser(built_page, tmp_path_factory):
     try:
         socket.getaddrinfo("localhost", None)
     except OSError:
-        pytest.skip("the browser's driver looks for its browser on localhost, and nothing here says what that is")
+        pytest.skip("the browser's driver needs localhost, which has no address here")
     browser = Browser(tmp_path_factory.mktemp("browser"))
     yield browser
     browser.driver.quit()
@@ -71,12 +71,12 @@ def view(browser, request) -> Browser:
     return browser
 
 
-# Of an element, for a message
+# Names an element in a message
 NAME = "const name = e => `${e.localName}#${e.closest('[id]')?.id}: ${e.textContent.trim().slice(0, 40)}`;"
 
 
-def test_nothing_stands_out_sideways(view):
-    """Nothing reaches beyond the window, and nothing has to be scrolled sideways to be seen."""
+def test_nothing_is_wider_than_the_window(view):
+    """Nothing reaches beyond the window or scrolls sideways."""
     wide = """
         const width = window.innerWidth;
         const wide = e => {
@@ -114,7 +114,7 @@ def test_texts_in_pictures_stay_inside_their_boxes(view):
 
 
 def test_texts_stand_out_from_their_background(view):
-    """At least 4.5 to 1, whatever the browser would paint under the middle of each text."""
+    """At least 4.5 to 1, compared with what the browser paints under the middle of each text."""
     faint = """
         const channel = c => (c /= 255) <= 0.04045 ? c / 12.92 : ((c + 0.055) / 1.055) ** 2.4;
         const parse = colour => colour.match(/[\\d.]+/g)?.map(Number) ?? [0, 0, 0, 0];
@@ -222,7 +222,7 @@ def test_print_is_light_and_shows_the_defaults_filled_in(browser, scheme):
 
 
 @pytest.mark.parametrize("page", PAGES, ids=lambda page: page.stem)
-def test_print_parts_no_entry_from_its_words(browser, page):
+def test_print_keeps_each_entry_together(browser, page):
     browser.open(page, medium="print")
     parted = """
         const broken = (selector, property) => [...document.querySelectorAll(selector)]

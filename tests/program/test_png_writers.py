@@ -55,7 +55,7 @@ def clear(cache, files: dict) -> set:
     return {name for name in files if f"normal/{name}" in gone}
 
 
-def test_gdk_pixbuf_writes_what_is_seen_unless_it_takes_more_than_latin_1(cache):
+def test_tags_of_gdk_pixbuf_are_seen_up_to_latin_1(cache):
     pixel = GdkPixbuf.Pixbuf.new(GdkPixbuf.Colorspace.RGB, True, 8, 1, 1)
     texts = SEEN | UNSEEN | LATIN_1 | OTHER
     files = {name: pixel.save_to_bufferv("png", ["tEXt::Thumb::URI"], [text])[1] for name, text in texts.items()}
@@ -64,7 +64,7 @@ def test_gdk_pixbuf_writes_what_is_seen_unless_it_takes_more_than_latin_1(cache)
     assert clear(cache, files) == {*SEEN, *LATIN_1}
 
 
-def test_imagemagick_writes_what_is_never_seen(cache):
+def test_tags_of_imagemagick_are_never_seen(cache):
     start, rest = png.thumbnail("").split(png.chunk(b"tEXt", KEYWORD + b"\0"))
     files = {}
     for name, text in (SEEN | UNSEEN | LATIN_1 | OTHER).items():
@@ -77,7 +77,7 @@ def test_imagemagick_writes_what_is_never_seen(cache):
 @pytest.mark.parametrize("encoding", ["latin-1", "utf-8"])
 @pytest.mark.parametrize("side", ["before", "after"])
 @pytest.mark.parametrize("kind", ["tEXt", "zTXt", "iTXt"])
-def test_libpng_writes_what_is_seen_uncompressed_before_the_image_data(cache, png_writer, kind, side, encoding):
+def test_tags_of_libpng_are_seen_if_uncompressed_before_the_image_data(cache, png_writer, kind, side, encoding):
     odd = LATIN_1 if encoding == "latin-1" else OTHER
     texts = SEEN | UNSEEN | odd
     files = {

@@ -1,7 +1,7 @@
-"""Whom polkit asks, and what, when an ordinary user changes the preferences, and what comes of each answer.
+"""What polkit asks when an ordinary user changes the preferences, and what comes of each answer.
 
-Nothing stands in for polkit here: dbus-daemon, polkitd, pkexec and an agent that asks on the terminal are the real
-ones, with users, passwords and rules of the machine's own.
+dbus-daemon, polkitd, pkexec and the agent on the terminal are the real ones. The test machine has its own users,
+passwords and rules.
 """
 
 import os
@@ -40,13 +40,13 @@ NO_SESSION = (
 )
 NOT_AUTHORIZED = b"Error executing command as another user: Not authorized\n\nThis incident has been reported.\n"
 MONO = listing(cfa="mono")
-INTERRUPTED = 128 + 2  # as sh gives it for a command that ended by SIGINT
+INTERRUPTED = 128 + 2  # sh's status for a command that SIGINT ended
 
 
 # The policy
 
 
-def test_policy_is_valid_by_the_definition_that_polkit_has(desk):
+def test_policy_is_valid_by_polkits_definition(desk):
     definition = "/usr/share/polkit-1/policyconfig-1.dtd"
     done = subprocess.run(
         ["xmllint", "--nonet", "--noout", "--dtdvalid", definition, desk.policy], capture_output=True, text=True
@@ -58,7 +58,7 @@ def test_policy_is_named_after_the_namespace_of_its_action(desk):
     assert desk.policy.name.encode() == ACTION.rpartition(b".")[0] + b".policy"
 
 
-def test_polkit_takes_the_policy_as_it_is_meant(desk):
+def test_polkit_understands_the_policy(desk):
     lines = [
         b"nebulark.ctl.set-preferences:",
         b"  description:       Change how Nebulark draws thumbnails, for every user of this machine",
@@ -96,15 +96,15 @@ NO_PASSWORD = {
 
 
 @pytest.mark.parametrize("typed, status, said", NO_PASSWORD.values(), ids=NO_PASSWORD.keys())
-def test_without_it_nothing_is_written(desk, typed, status, said):
+def test_without_the_password_nothing_is_written(desk, typed, status, said):
     desk.prefs.write_text("labelformat=on\n")
     assert desk.run(TOOL, *SET_MONO, keys=[typed]) == (status, NOTICE + question() + said)
     assert desk.prefs.read_text() == "labelformat=on\n"
     assert os.listdir(desk.prefs.parent) == [desk.prefs.name]
 
 
-# Where the tool itself has no agent, as over ssh, pkexec asks the question. What becomes of the right password then
-# depends on polkit's version: Debian 12 has 122, Debian 13 has 126.
+# If the tool has no agent, as over ssh, pkexec asks. Whether the right password then counts depends on polkit's
+# version: Debian 12 has 122, Debian 13 has 126.
 WITHOUT_AGENT = {
     122: (1, NOTICE + question() + NO_SESSION + NOT_AUTHORIZED + CANNOT_WRITE),
     126: (0, NOTICE + question() + COMPLETE + MONO + HINT + MONO),
@@ -117,12 +117,12 @@ def test_without_an_agent_polkit_122_loses_the_right_password_and_126_takes_it(d
     version = subprocess.run(["pkexec", "--version"], stdout=subprocess.PIPE, text=True, check=True).stdout
     known = int(re.search(r"\d+", version)[0])
     if known not in WITHOUT_AGENT:
-        pytest.skip(f"nobody has tried polkit {known} here")
+        pytest.skip(f"nobody has tried polkit {known} yet")
     assert desk.run(TOOL, *SET_MONO, keys=[RIGHT], shell=shell) == WITHOUT_AGENT[known]
     assert desk.prefs.exists() == (known == 126)
 
 
-def test_where_nobody_can_be_asked_nothing_is_written(desk):
+def test_without_a_terminal_nothing_is_written(desk):
     without_terminal = 'exec setsid --wait "$@"'
     said = (
         b"Error creating textual authentication agent: Error opening current controlling terminal for the process "
@@ -135,32 +135,32 @@ def test_where_nobody_can_be_asked_nothing_is_written(desk):
 # What an administrator's rule says
 
 
-def test_rule_that_says_no_keeps_the_user_from_being_asked(desk):
+def test_rule_that_says_no_refuses_without_a_question(desk):
     desk.rule("NO")
     assert desk.run(TOOL, *SET_MONO) == (1, NOTICE + NOT_AUTHORIZED + CANNOT_WRITE)
     assert os.listdir(desk.prefs.parent) == []
 
 
-def test_rule_that_says_yes_saves_the_user_the_password(desk):
+def test_rule_that_says_yes_needs_no_password(desk):
     desk.rule("YES")
     assert desk.run(TOOL, *SET_MONO) == (0, NOTICE + MONO + HINT + MONO)
     assert desk.prefs.read_bytes() == stored(cfa="mono")
     assert (desk.prefs.stat().st_uid, desk.prefs.stat().st_mode) == (0, 0o100644)
 
 
-def test_second_run_that_fails_leaves_the_user_no_file_that_she_may_write(desk, installed_tool):
+def test_failing_second_run_leaves_no_file_that_the_user_may_write(desk, installed_tool):
     if counts_lines(installed_tool):
-        pytest.skip("the counts of its lines are files too")
+        pytest.skip("the line counts are files too")
     desk.rule("YES")
     desk.prefs.write_bytes(stored())
-    # The umask and the limit are hers, and the second run has them too: the kernel ends it when it writes.
+    # The second run gets her umask and limit: the kernel ends it when it writes.
     cut_short = 'umask 0; ulimit -f 0; exec "$@"'
     assert desk.run(TOOL, *SET_MONO, shell=cut_short) == (1, NOTICE + CANNOT_WRITE)
     left = desk.prefs.with_suffix(".conf.tmp")
     assert (left.read_bytes(), left.stat().st_uid, left.stat().st_mode) == (b"", 0, 0o100644)
     assert desk.prefs.read_bytes() == stored()
 
-    # Had she the file open, she could write it once the next save has put it in place.
+    # If she could open this file, she could still write to it after the next save.
     tmp = PATH.decode() + ".tmp"
     keep_it_open = f'{{ "$@"; echo labelformat=on >&3; }} 3>>{tmp} || exec "$@"'
     denied = f"sh: 1: cannot create {tmp}: Permission denied\n".encode()
@@ -185,14 +185,14 @@ def test_second_run_that_fails_leaves_the_user_no_file_that_she_may_write(desk, 
     ],
     ids=" ".join,
 )
-def test_other_words_get_the_general_question_even_where_a_rule_allows_changes(desk, words):
+def test_other_words_get_the_general_question_despite_a_rule(desk, words):
     desk.rule("YES")
     status, shown = desk.run("pkexec", TOOL, *words, shell=RUN_THE_COMMAND)
     assert status == INTERRUPTED
     assert shown in general_questions(TOOL, *words)
 
 
-def test_other_copy_of_the_tool_gets_the_general_question_even_where_a_rule_allows_changes(desk):
+def test_other_copy_of_the_tool_gets_the_general_question_despite_a_rule(desk):
     desk.rule("YES")
     shutil.copy2(desk.machine.bin / "nebulark-ctl", desk.machine.ann)
     copy = "/home/ann/nebulark-ctl"
@@ -229,7 +229,7 @@ def test_elsewhere_a_shell_is_asked_each_time(desk, session):
     assert run == (0, once + once)
 
 
-def test_each_run_of_the_tool_is_asked_for_since_polkit_authorizes_a_process(desk):
+def test_each_run_of_the_tool_is_asked_for(desk):
     once = NOTICE + question() + COMPLETE + MONO + HINT + MONO
     run = desk.run(TOOL, *SET_MONO, keys=[RIGHT, RIGHT], session=HERE_AND_NOW, times=2)
     assert run == (0, once + once)

@@ -1,4 +1,4 @@
-"""--prefs and --set: what is read, which words are taken, and who can change the preferences."""
+"""--prefs and --set: what is read, which words are rejected, and who can change the preferences."""
 
 import os
 import string
@@ -29,7 +29,7 @@ def test_a_pipe_in_place_of_the_file_is_waited_for(machine):
 
 
 def test_lines_before_a_read_error_count(machine):
-    # The error comes after 4096 bytes. They end in what would count, were it a whole line.
+    # The error comes after 4096 bytes. Their last part would be valid as a whole line.
     start, cut_off = "cfa=mono\n#", "\nlabelformat=on"
     read = start + "." * (4096 - len(start + cut_off)) + cut_off
     machine.prefs.write_text(read + "e\n#" + "." * MEBI + "\nlabelcorner=topleft\n")
@@ -68,8 +68,8 @@ def test_rejected_word_stops_before_anything_is_written_or_elevated(machine, wor
     assert entries(machine.share) == before
 
 
-# In each state of the directory $D and the file $F, what root gets, and what ann gets, who has no pkexec here. The file
-# holds autostretch=off: they "read" it or see the "defaults". --set is "saved", "fails", is "stranded" in the temporary
+# For each state of the directory $D and the file $F, what root gets and what ann gets, without pkexec. They "read" the
+# file, which holds autostretch=off, or see the "defaults". --set is "saved", "fails", is "stranded" in the temporary
 # file, or "needs" administrator rights.
 STATES = {
     "file": ("echo autostretch=off >$F", "read saved", "read needs"),

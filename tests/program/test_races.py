@@ -1,4 +1,4 @@
-"""Others who change the cache while it is cleared: the tool is stopped after one of its calls, and then goes on."""
+"""Other programs change the cache during a clearing: the tool is stopped after one of its calls, and then goes on."""
 
 import fcntl
 import os
@@ -120,17 +120,17 @@ def test_only_files_of_the_cache_are_deleted_and_counted(cache, change, words, e
         removed, *left = (int(number) for number in re.findall(rb"(?:Removed|Left) (\d+)", run.out))
         assert (run.status, run.err) == (0, b""), call
         assert removed == gone + len(deleted), call
-        # A file that moves while its directory is read may be met, and left, under both names.
+        # A file that moves while its directory is read may be left and counted under both names.
         assert removed + sum(left) <= len({cache.at(name) for name in NAMES} | there.keys()), call
-        # What takes the place of a judged file in its directory may be deleted for it.
+        # A file that replaces a judged file may be deleted instead.
         assert words or change is swap_kinds or PHOTO not in deleted, call
         assert {path: path.read_bytes() for path in outside.rglob("*.png")} == untouched, call
 
 
 @pytest.fixture
 def moving(cache):
-    """A place outside for normal/sub; what furnishes the cache; and what moves normal/sub there, and puts another into
-    the cache, with FITS thumbnails of the same names."""
+    """A directory outside the cache; a function that fills the cache; and one that moves normal/sub to that directory,
+    and makes another with FITS thumbnails of the same names."""
     moved = cache.machine.ann / "moved"
 
     def furnish(content: bytes):
@@ -148,7 +148,7 @@ def moving(cache):
 X = f"{CACHE}/normal/sub/x.png"
 
 
-def test_a_thumbnail_is_not_judged_by_one_that_takes_its_place_with_its_directory(cache, moving):
+def test_a_thumbnail_is_not_judged_by_one_in_a_new_directory(cache, moving):
     moved, furnish, move = moving
     runs = list(stopped_runs(cache, CLEAR, X, lambda: furnish(PHOTO), move, report(0, 2)))
     assert {run for _, run in runs} == {report(0, 2)}
@@ -156,8 +156,8 @@ def test_a_thumbnail_is_not_judged_by_one_that_takes_its_place_with_its_director
     assert {path.name: path.read_bytes() for path in moved.iterdir()} == {"x.png": PHOTO, "y.png": PHOTO}
 
 
-def test_a_directory_that_is_moved_out_of_the_cache_is_cleared_to_its_end(cache, moving):
-    # The tool has it open, and no name for it.
+def test_a_directory_that_moves_out_of_the_cache_is_still_cleared(cache, moving):
+    # The tool has it open, and uses no path.
     moved, furnish, move = moving
     for call, run in stopped_runs(cache, CLEAR, X, lambda: furnish(FITS), move, report(2)):
         assert run == report(2), call

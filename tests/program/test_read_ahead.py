@@ -1,5 +1,5 @@
-"""Having the kernel read ahead where the cache is not in memory: what is asked for, and when. strace answers for the
-kernel, so that it does not matter what is in memory."""
+"""Reading ahead: what the kernel is asked for, and when. strace answers for the kernel, so it does not matter what is
+in memory."""
 
 import os
 from collections import Counter
@@ -11,14 +11,14 @@ from tracing import GLIBC, SANITIZED, strace
 
 FILES = 1000
 BATCH = 64
-COLD = "error=EAGAIN"  # the answer where a head is not in memory
+COLD = "error=EAGAIN"  # the answer for a head that is not in memory
 HINTS = {"preadv2", "fadvise64"}
 
 pytestmark = pytest.mark.skipif(SANITIZED or not GLIBC, reason="this build makes other calls, or has no preadv2")
 
 
 def clear(machine, answer: str, limit=()):
-    """Clears while the kernel always gives this answer. The outcome, and the name and subject of each call."""
+    """Clears with this answer from the kernel. Returns the outcome, and the name and subject of each call."""
     with strace(machine) as inside:
         inside.inside += limit
         outcome, trace = inside.run(CLEAR, "ann", ["-e", f"inject=preadv2:{answer}"], HOME)
@@ -28,7 +28,7 @@ def clear(machine, answer: str, limit=()):
 @pytest.fixture
 def calls(machine, cache):
     def calls(answer: str) -> list[tuple[str, str]]:
-        """Those of clearing a cache in which every tenth file is Nebulark's."""
+        """The calls to clear a cache in which every tenth file is Nebulark's."""
         names = [f"normal/{number}" for number in range(FILES)]
         cache.put(PHOTO, *names)
         cache.put(FITS, *names[::10])
@@ -40,7 +40,7 @@ def calls(machine, cache):
     return calls
 
 
-def test_a_cold_cache_has_every_head_but_the_first_asked_for_once(calls):
+def test_every_head_of_a_cold_cache_but_the_first_is_asked_for_once(calls):
     told = calls(COLD)
     asked = Counter(subject for name, subject in told if name == "fadvise64")
     judged = [subject for name, subject in told if name == "pread64"]
@@ -61,14 +61,14 @@ def test_heads_are_asked_for_64_to_128_files_before_they_are_judged(calls):
 
 
 @pytest.mark.parametrize("answer", ["retval=1", "retval=0", "error=EOPNOTSUPP", "error=EIO"])
-def test_where_the_kernel_does_not_say_cold_64_files_share_one_probe(calls, answer):
+def test_a_cache_that_is_not_cold_has_one_probe_for_64_files(calls, answer):
     counts = Counter(name for name, _ in calls(answer))
     probes = -(-FILES // BATCH)
     assert (counts["preadv2"], counts["fadvise64"]) == (probes, 0)
     assert counts["openat"] == 5 + FILES + probes  # the size directories are listed once
 
 
-def test_reading_ahead_begins_where_two_heads_are_cold_and_ends_where_one_is_not(calls):
+def test_reading_ahead_begins_at_two_cold_heads_and_ends_at_a_warm_one(calls):
     signs = {"preadv2": "?", "fadvise64": "!", "pread64": "."}
     batch = "?" + "." * BATCH
     begun = "??" + "!" * 2 * BATCH + "." * BATCH
@@ -76,7 +76,7 @@ def test_reading_ahead_begins_where_two_heads_are_cold_and_ends_where_one_is_not
     assert told[: 6 * BATCH + 5] == batch + begun + 2 * batch
 
 
-def test_only_regular_files_are_opened_for_it(machine, cache):
+def test_only_regular_files_are_read_ahead(machine, cache):
     top = cache.directory("normal")
     for number in range(2 * BATCH):
         os.mkfifo(top / f"pipe{number}")
@@ -92,8 +92,8 @@ def test_only_regular_files_are_opened_for_it(machine, cache):
     assert {subject for name, subject in told if name in HINTS} == {f"{CACHE}/normal/m31.png"}
 
 
-def test_nothing_stays_open_for_it_while_a_file_is_judged(machine, cache):
-    # The streams, the directory, and one more for the file.
+def test_reading_ahead_keeps_nothing_open(machine, cache):
+    # Enough for the streams, the directory and one file.
     names = [f"normal/{number}" for number in range(3 * BATCH)]
     cache.put(FITS, *names)
     assert clear(machine, COLD, limit=["prlimit", "--nofile=5"])[0] == report(len(names))

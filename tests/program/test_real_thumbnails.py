@@ -10,7 +10,7 @@ import pytest
 from cache import report, report_all
 from machine import ANN, PROJECT, SUPPORT
 
-# Tumbler draws FITS pictures with the program that such an entry names.
+# Names the program with which Tumbler draws FITS pictures.
 THUMBNAILER = """\
 [Thumbnailer Entry]
 Exec=/usr/bin/convert fits:%i -thumbnail %sx%s png:%o
@@ -37,7 +37,7 @@ class Painters:
         assert done.returncode == 0, done.stderr
 
     def draw(self, *names):
-        """Makes pictures, each of the kind that its name says; ImageMagick does not know all names of FITS files."""
+        """Makes pictures, each in the format of its name. ImageMagick does not know all names of FITS files."""
         for name in names:
             kind = "fits:" if Path(name).suffix.lower().startswith(".f") else ""
             self.call(CONVERT, "-size", "30x20", "gradient:navy-gold", "-colorspace", "gray", kind + name)

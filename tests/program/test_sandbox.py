@@ -1,4 +1,4 @@
-"""What the other tests rest on: a run sees its own machine, and the real one never sees the run."""
+"""The sandbox of the other tests: a run sees its own machine, and the real machine never sees the run."""
 
 import os
 import subprocess
@@ -22,7 +22,7 @@ def test_directories_of_the_machine_take_the_place_of_the_real_ones(machine):
     assert (done.returncode, done.stdout, done.stderr) == (7, found, b"")
 
 
-@pytest.mark.skipif(not os.path.lexists("/usr/bin/pkexec"), reason="there is none")
+@pytest.mark.skipif(not os.path.lexists("/usr/bin/pkexec"), reason="there is no pkexec")
 def test_pkexec_of_the_real_machine_is_hidden(machine):
     done = sandbox(machine.root, "ls", "/usr/bin/pkexec", "/usr/bin/nebulark-ctl")
     said = b"ls: cannot access '/usr/bin/pkexec': No such file or directory\n"
@@ -36,7 +36,7 @@ def test_nothing_runs_where_a_directory_is_missing(machine, missing):
     assert (done.returncode != 0, done.stdout, done.stderr != b"") == (True, b"", True)
 
 
-def test_no_mount_shows_outside(machine):
+def test_no_mount_is_visible_outside(machine):
     # Mounts outside are shared, as on most machines.
     script = """
         mount --make-rshared /

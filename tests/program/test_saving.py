@@ -13,7 +13,7 @@ SET_MONO = ["--set", "cfa=mono"]
 
 
 def check_saved(machine, run, **changed):
-    """The run said and stored this, and left nothing else."""
+    """The run printed and stored this, and left nothing else."""
     assert run == (0, listing(**changed) + HINT, b"")
     assert entries(machine.share).keys() == {machine.prefs.parent, machine.prefs}
     assert entry(machine.prefs)[1:] == ("-rw-r--r--", 0, stored(**changed))
@@ -32,7 +32,7 @@ def test_words_apply_in_order(machine):
     check_saved(machine, machine.run("--set", *words), **changed)
 
 
-def test_what_is_not_named_is_kept_and_what_is_no_preference_is_dropped(machine):
+def test_other_preferences_are_kept_and_other_lines_are_dropped(machine):
     machine.prefs.write_text("; mine\n[Other]\nlabelformat=yes\nfoo=bar\ncfa=colour\nbrightness=darker\n")
     check_saved(machine, machine.run(*SET_MONO), labelformat="on", brightness="darker", cfa="mono")
 
@@ -55,7 +55,7 @@ def test_only_its_owner_can_ever_write_the_temporary_file(machine, umask, mode):
     assert entry(machine.prefs_tmp)[1:] == (mode, 0, b"")
 
 
-def test_a_file_that_says_the_same_is_replaced_and_the_old_one_stays_for_its_readers(machine):
+def test_an_equal_file_is_replaced_and_readers_keep_the_old_one(machine):
     machine.prefs.write_bytes(stored(cfa="mono") + b"# old\n")
     with machine.prefs.open("rb") as old:
         inode = machine.prefs.stat().st_ino
@@ -92,7 +92,7 @@ def test_a_mode_that_cannot_be_set_does_not_matter(machine):
 
 
 def test_a_full_file_system_is_not_noticed(machine):
-    # The text leaves the buffer at the close, whose result is not looked at. The old file takes the only page for data.
+    # Closing writes the text, and its result is ignored. The old file takes the only page for data.
     full = """
         mount -t tmpfs -o size=4k tmpfs /usr/share/nebulark
         cd /usr/share/nebulark
@@ -104,14 +104,14 @@ def test_a_full_file_system_is_not_noticed(machine):
     assert copied == {"preferences.conf": ("-rw-r--r--", 0, b"")}
 
 
-@pytest.mark.skipif(COUNTS_LINES, reason="the counts of the lines that ran are files too")
-def test_a_limit_on_the_size_of_files_whose_signal_is_ignored_is_not_noticed(machine):
+@pytest.mark.skipif(COUNTS_LINES, reason="the line counts are files too")
+def test_a_file_size_limit_with_an_ignored_signal_is_not_noticed(machine):
     limited = "trap '' XFSZ; exec prlimit --fsize=100 \"$@\""
     assert machine.run(*SET_MONO, script=limited) == (0, listing(cfa="mono") + HINT, b"")
     assert machine.prefs.read_bytes() == stored(cfa="mono")[:100]
 
 
-@pytest.mark.skipif(COUNTS_LINES, reason="the counts of the lines that ran are written with calls of their own")
+@pytest.mark.skipif(COUNTS_LINES, reason="the line counts add calls")
 def test_killed_at_any_call_a_save_leaves_the_old_file_or_the_new_one(machine):
     text = listing(cfa="mono") + HINT
     with strace(machine) as inside:
@@ -127,7 +127,7 @@ def test_killed_at_any_call_a_save_leaves_the_old_file_or_the_new_one(machine):
             assert outcome == (-signal.SIGKILL, said, b""), call
             assert trace[-1].call == call
             assert machine.prefs.read_bytes() == left, call
-            # The next save does not trip over what it left.
+            # The next save works with what is left.
             assert machine.run("--set", "cfa=color") == (0, listing(cfa="color") + HINT, b""), call
             contents = {path: each.content for path, each in entries(machine.prefs.parent).items()}
             assert contents == {machine.prefs: stored(cfa="color")}, call
@@ -138,7 +138,7 @@ def test_killed_at_any_call_a_save_leaves_the_old_file_or_the_new_one(machine):
         assert (left, said) == (stored(cfa="mono"), text)
 
 
-# --set makes the directory only where it disappears after the test for it. Here strace makes that test succeed.
+# --set makes the directory only if it disappears after the test for it. Here strace makes that test succeed.
 WRITABLE = f'strace -f -o /dev/null -P {PATH.decode()} -e inject=access,faccessat,faccessat2:retval=0 "$@"'
 
 
