@@ -51,7 +51,7 @@ def clock_time(timed):
 
 
 def race(rounds, runs, *commands, before=None, seconds=processor_time):
-    """The median seconds of each command. It has so many runs in each of so many rounds, each run after `before`."""
+    """The median seconds of each command. In each round it has several runs, each after `before`."""
     texts = [shlex.join(map(str, command)) for command in commands]
     prepare = ["--prepare", shlex.join(map(str, before))] if before else []
     times = {text: [] for text in texts}

@@ -19,7 +19,7 @@ Descriptor open_file(int directory, const dirent& entry) {
   return Descriptor(::openat(directory, entry.d_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
 }
 
-// Whether the file's first byte is known not to be in memory.
+// Whether the kernel says that the file's first byte is not in memory.
 bool is_cold(const Descriptor& file) {
 #ifdef RWF_NOWAIT
   char byte;

@@ -1,4 +1,4 @@
-// The input is a file. "~GAP" and a big-endian number of 4 bytes stand for so many bytes, to keep the corpus small.
+// The input is a file. "~GAP" and a big-endian number of 4 bytes stand for that many bytes, to keep the corpus small.
 
 #include <algorithm>
 #include <cerrno>

@@ -85,7 +85,7 @@ def test_files_are_deleted_in_the_order_of_the_listing(cache, words, result):
 
 
 @clearing((report(1, 1), "harbour.png\n"), (report_all(2), ""))
-def test_a_file_system_mounted_in_the_cache_is_cleared_too(machine, cache, words, result):
+def test_file_system_mounted_in_the_cache_is_cleared_too(machine, cache, words, result):
     cache.directory("normal/app")
     cache.put(FITS, "../../m31.png")
     cache.put(PHOTO, "../../harbour.png")
@@ -96,7 +96,7 @@ def test_a_file_system_mounted_in_the_cache_is_cleared_too(machine, cache, words
 
 @clearing(report(1, 1), report_all(2))
 @pytest.mark.parametrize("link", ["thumbnails/large", "thumbnails", "."])
-def test_the_cache_and_its_size_directories_may_be_links(furnished, link, words, result):
+def test_cache_and_its_size_directories_may_be_links(furnished, link, words, result):
     furnished.put(FITS, "../../elsewhere/m31.png")
     (furnished.path / "large/link").symlink_to("/home/ann/elsewhere")
     place = furnished.path.parent / link
@@ -127,7 +127,7 @@ def test_size_directory_that_is_no_directory_is_skipped(furnished, make, words, 
 
 @UNDISTURBED
 @pytest.mark.parametrize("mode", [0o400, 0o100], ids=oct)
-def test_a_directory_that_cannot_be_listed_and_entered_is_skipped(furnished, mode, words, result):
+def test_directory_that_cannot_be_listed_and_entered_is_skipped(furnished, mode, words, result):
     for directory in ("normal", "fail/app"):
         furnished.put(FITS, f"{directory}/m31.png", f"{directory}/below/m31.png")
         furnished.directory(directory, mode)
@@ -136,7 +136,7 @@ def test_a_directory_that_cannot_be_listed_and_entered_is_skipped(furnished, mod
 
 @clearing((report(1, 1), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
 @pytest.mark.parametrize("owner, mode", [(0, 0o1777), (1000, 0o555)], ids=["root's", "read-only"])
-def test_a_file_that_cannot_be_deleted_is_not_counted(furnished, owner, mode, words, result):
+def test_file_that_cannot_be_deleted_is_not_counted(furnished, owner, mode, words, result):
     furnished.put(FITS, "normal/m31.png")
     furnished.directory("normal", mode)
     for path in (furnished.at("normal"), furnished.at("normal/m31.png")):
@@ -157,7 +157,7 @@ def test_links_are_neither_followed_nor_deleted_nor_counted(furnished, words, re
 
 
 @clearing((report(1, 1), ["harbour.png"]), (report_all(2), []))
-def test_a_hard_link_outside_the_cache_stays(furnished, words, result):
+def test_hard_link_outside_the_cache_stays(furnished, words, result):
     contents = {"m31.png": FITS, "harbour.png": PHOTO}
     for name in contents:
         (furnished.machine.home / name).hardlink_to(furnished.path / "large" / name)

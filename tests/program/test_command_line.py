@@ -72,7 +72,7 @@ def test_environment_does_not_move_the_preferences(machine):
 
 
 @unless_emulated("the locale is for this machine's processor")
-def test_the_locale_of_the_environment_changes_nothing(machine):
+def test_locale_of_the_environment_changes_nothing(machine):
     # In this one the decimal point is a comma, and some of the high bytes are capitals.
     localedef = ["localedef", "--no-archive", "--inputfile=de_DE", "--charmap=ISO-8859-1", machine.home / "de_DE"]
     subprocess.run(localedef, check=True)

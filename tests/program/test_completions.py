@@ -115,7 +115,7 @@ def shell(request, environment):
 
 
 def only(*names: str):
-    """Runs a test in these shells alone."""
+    """Runs a test in these shells only."""
     return pytest.mark.parametrize("shell", names, indirect=True)
 
 
@@ -193,7 +193,7 @@ def test_all_is_offered_right_after_clearing(shell, typed):
         "x",
     ],
 )
-def test_nothing_is_offered_where_nothing_fits(shell, words):
+def test_nothing_is_offered_if_nothing_fits(shell, words):
     check(shell, f"nebulark-ctl {words}", [])
 
 

@@ -55,7 +55,7 @@ COSTS = {
 
 
 @pytest.mark.parametrize("content, words, expect, cost", COSTS.values(), ids=COSTS)
-def test_a_file_costs_these_calls(machine, content, words, expect, cost):
+def test_file_costs_these_calls(machine, content, words, expect, cost):
     counts = []
     with strace(machine) as inside:
         for count in (FILES, 2 * FILES):

@@ -158,7 +158,7 @@ def test_manual_has_the_place_that_the_usage_names(page, machine):
     assert place in marked(section(page, "nebulark-ctl.FILES"), "Pa")
 
 
-def test_page_is_of_the_tools_version(page, machine):
+def test_page_has_the_tools_version(page, machine):
     name, version = machine.run("--version").out.decode().split()
     assert marked(page, "version") == [f"Version {version}"]
     assert text(page.find(".//footer/p")).startswith(f"{name} {version},")
@@ -190,7 +190,7 @@ def test_manual_has_all_error_messages(page, machine):
         assert re.fullmatch(pattern(term), message)
 
 
-def test_manual_quotes_what_polkit_says_when_it_refuses_the_right_password(page):
+def test_manual_quotes_polkits_refusal_of_the_right_password(page):
     quoted = section(page, "nebulark-ctl.When_pkexec_refuses_the_right_password").find(".//pre")
     said = NO_SESSION + NOT_AUTHORIZED.partition(b"\n")[0]
     assert text(quoted) == " ".join(said.decode().split())
@@ -253,7 +253,7 @@ def documents() -> dict[str, ElementTree.Element]:
 
 
 @pytest.mark.usefixtures("built_page")
-def test_links_lead_to_places_in_the_documentation_or_to_manual_pages_of_other_packages():
+def test_links_lead_into_the_documentation_or_to_other_manual_pages():
     ids = {name: [part.get("id") for part in root.iter() if part.get("id")] for name, root in documents().items()}
     assert [name for name in ids if len(ids[name]) != len(set(ids[name]))] == []
     places = {f"{name}#{place}" for name in ids for place in ["", *ids[name]]}

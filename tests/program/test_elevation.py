@@ -191,7 +191,7 @@ def test_outcome_of_another_child_does_not_count(machine):
 
 
 @pytest.mark.usefixtures("polkit")
-def test_unknown_outcome_is_a_failure_even_after_a_change(machine):
+def test_unknown_outcome_is_a_failure_even_if_the_file_changed(machine):
     # If SIGCHLD is ignored, the kernel does not say how a child ended.
     run = machine.run(*SET_MONO, user="ann", tool=["env", "--ignore-signal=CHLD", *RUN_TOOL])
     assert run == (1, NOTICE + listing(cfa="mono") + HINT, CANNOT_WRITE)

@@ -147,7 +147,7 @@ NO_EXCEPTION = [
 
 
 @COUNTABLE
-def test_a_text_too_long_for_memory_ends_the_reading_of_its_file_only(machine, cache):
+def test_text_too_long_for_memory_ends_the_reading_of_its_file_only(machine, cache):
     # Without memory for a text of 1 MiB, a URI after it is not seen. Two such texts need no more memory than one. A URI
     # of that length is also kept, and needs the memory twice.
     long_text = chunk(b"tEXt", b"Comment\0".ljust(1 << 20, b"x"))

@@ -91,7 +91,7 @@ def test_nothing_is_wider_than_the_window(view):
 
 
 def test_texts_in_pictures_stay_inside_their_boxes(view):
-    """In DejaVu, the widest of the usual typefaces, so in others too. A text's boxes are those that hold its middle."""
+    """In DejaVu, the widest usual typeface, so in others too. A text's boxes are around its middle."""
     outside = """
         const inside = (a, b, margin) => a.left >= b.left + margin && a.right <= b.right - margin
             && a.top >= b.top && a.bottom <= b.bottom;
@@ -147,7 +147,7 @@ def test_texts_stand_out_from_their_background(view):
 
 
 @pytest.mark.parametrize("manual", PAGES[1:], ids=lambda page: page.stem)
-def test_contents_are_beside_the_manual_where_there_is_room_and_before_it_on_a_phone(browser, manual):
+def test_contents_are_beside_the_manual_or_before_it_on_a_phone(browser, manual):
     places = """
         const box = selector => document.querySelector(selector).getBoundingClientRect();
         const [contents, text] = [box('.manual-text > ul'), box('.manual-text > section')];
@@ -185,7 +185,7 @@ def test_labels_are_shown_in_their_corners(browser):
     assert browser.run(corners) == ["topleft", "topright", "bottomleft", "bottomright"]
 
 
-def test_drawing_of_clearing_deletes_as_many_as_the_commands_beside_it(browser):
+def test_picture_of_clearing_deletes_as_many_as_the_commands(browser):
     browser.open(PAGE)
     numbers = """
         const removed = pre => Number(pre.textContent.match(/Removed (\\d+)/)[1]);
@@ -210,7 +210,7 @@ def test_schemes_are_light_and_dark(browser):
 
 
 @pytest.mark.parametrize("scheme", SCHEMES)
-def test_print_is_light_and_shows_the_defaults_filled_in(browser, scheme):
+def test_print_is_light_with_filled_defaults(browser, scheme):
     browser.open(PAGE, scheme, medium="print")
     printed = """
         const colour = (e, property) => getComputedStyle(e)[property].match(/\\d+/g).map(Number);

@@ -17,7 +17,7 @@ LONGEST = 1024 * 1024 - len(KEYWORD) - 1  # the text that makes a chunk of 1 MiB
 
 
 def uri(size: int, letter: str = "m") -> str:
-    """A FITS picture's URI of so many characters."""
+    """A FITS picture's URI of this size."""
     return "file:///" + letter * (size - 13) + ".fits"
 
 
@@ -40,7 +40,7 @@ def piped(*command, through: bytes) -> bytes:
 
 
 def place(file: bytes) -> tuple[str, str]:
-    """The kind of the chunk that holds the URI, and its side of the image data."""
+    """The kind of the chunk with the URI, and its side of the image data."""
     chunks = png.chunks(file)
     ((at, kind),) = [(at, kind) for at, (kind, data) in enumerate(chunks) if data.startswith(KEYWORD + b"\0")]
     return kind.decode(), "before" if at < [kind for kind, _ in chunks].index(b"IDAT") else "after"

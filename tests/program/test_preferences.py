@@ -19,7 +19,7 @@ def test_file_of_megabytes_is_read_to_its_end(machine):
     assert machine.prefs.read_bytes() == content
 
 
-def test_a_pipe_in_place_of_the_file_is_waited_for(machine):
+def test_pipe_in_place_of_the_file_is_waited_for(machine):
     os.mkfifo(machine.prefs)
     (machine.home / "content").write_bytes(
         b"cfa=mono\n" + b"#\n" * MEBI + b"labelformat=on\n"

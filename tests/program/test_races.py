@@ -148,7 +148,7 @@ def moving(cache):
 X = f"{CACHE}/normal/sub/x.png"
 
 
-def test_a_thumbnail_is_not_judged_by_one_in_a_new_directory(cache, moving):
+def test_thumbnail_is_not_judged_by_one_in_a_new_directory(cache, moving):
     moved, furnish, move = moving
     runs = list(stopped_runs(cache, CLEAR, X, lambda: furnish(PHOTO), move, report(0, 2)))
     assert {run for _, run in runs} == {report(0, 2)}
@@ -156,7 +156,7 @@ def test_a_thumbnail_is_not_judged_by_one_in_a_new_directory(cache, moving):
     assert {path.name: path.read_bytes() for path in moved.iterdir()} == {"x.png": PHOTO, "y.png": PHOTO}
 
 
-def test_a_directory_that_moves_out_of_the_cache_is_still_cleared(cache, moving):
+def test_directory_that_moves_out_of_the_cache_is_still_cleared(cache, moving):
     # The tool has it open, and uses no path.
     moved, furnish, move = moving
     for call, run in stopped_runs(cache, CLEAR, X, lambda: furnish(FITS), move, report(2)):
@@ -166,7 +166,7 @@ def test_a_directory_that_moves_out_of_the_cache_is_still_cleared(cache, moving)
 
 
 @pytest.mark.parametrize("kind", ["pipe", "link"])
-def test_a_file_that_becomes_something_else_before_it_is_opened_counts_as_left(cache, kind):
+def test_file_that_becomes_something_else_before_it_is_opened_counts_as_left(cache, kind):
     path = cache.at("normal/x.png")
 
     def furnish():
@@ -185,7 +185,7 @@ def test_a_file_that_becomes_something_else_before_it_is_opened_counts_as_left(c
         assert stat.S_ISFIFO(path.lstat().st_mode) if kind == "pipe" else path.is_symlink()
 
 
-def test_a_file_under_a_write_lease_counts_as_left_and_is_not_waited_for(cache):
+def test_file_under_a_write_lease_counts_as_left_and_is_not_waited_for(cache):
     cache.put(FITS, "normal/leased.png", "normal/m31.png")
     with open(cache.at("normal/leased.png"), "r+b") as file:
         fcntl.fcntl(file, fcntl.F_SETSIG, signal.SIGURG)  # by default the request to end the lease would kill the tests

@@ -61,7 +61,7 @@ def test_heads_are_asked_for_64_to_128_files_before_they_are_judged(calls):
 
 
 @pytest.mark.parametrize("answer", ["retval=1", "retval=0", "error=EOPNOTSUPP", "error=EIO"])
-def test_a_cache_that_is_not_cold_has_one_probe_for_64_files(calls, answer):
+def test_cache_that_is_not_cold_has_one_probe_for_64_files(calls, answer):
     counts = Counter(name for name, _ in calls(answer))
     probes = -(-FILES // BATCH)
     assert (counts["preadv2"], counts["fadvise64"]) == (probes, 0)

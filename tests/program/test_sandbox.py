@@ -14,7 +14,7 @@ def private(script: str, *words) -> Outcome:
     return Outcome(done.returncode, done.stdout, done.stderr)
 
 
-def test_directories_of_the_machine_take_the_place_of_the_real_ones(machine):
+def test_directories_of_the_machine_replace_the_real_ones(machine):
     (machine.bin / "nebulark-ctl").unlink()
     machine.pkexec("#!/bin/sh\necho own pkexec\n")
     done = sandbox(machine.root, "sh", "-c", "find /usr/share /home; pkexec; test -x /usr/bin/env; exit $(($? + 7))")
@@ -30,7 +30,7 @@ def test_pkexec_of_the_real_machine_is_hidden(machine):
 
 
 @pytest.mark.parametrize("missing", ["share", "bin", "home"])
-def test_nothing_runs_where_a_directory_is_missing(machine, missing):
+def test_nothing_runs_if_a_directory_is_missing(machine, missing):
     (machine.root / missing).rename(machine.root / "elsewhere")
     done = sandbox(machine.root, "echo", "ran")
     assert (done.returncode != 0, done.stdout, done.stderr != b"") == (True, b"", True)
@@ -48,7 +48,7 @@ def test_no_mount_is_visible_outside(machine):
     assert private(script, SUPPORT / "sandbox", machine.root) == (0, b"", b"")
 
 
-def test_nothing_runs_where_the_root_directory_is_not_a_mount_point(machine):
+def test_nothing_runs_if_the_root_directory_is_not_a_mount_point(machine):
     script = """
         cd "$2"
         mkdir root root/usr root/proc

@@ -55,7 +55,7 @@ def test_only_its_owner_can_ever_write_the_temporary_file(machine, umask, mode):
     assert entry(machine.prefs_tmp)[1:] == (mode, 0, b"")
 
 
-def test_an_equal_file_is_replaced_and_readers_keep_the_old_one(machine):
+def test_equal_file_is_replaced_and_readers_keep_the_old_one(machine):
     machine.prefs.write_bytes(stored(cfa="mono") + b"# old\n")
     with machine.prefs.open("rb") as old:
         inode = machine.prefs.stat().st_ino
@@ -64,7 +64,7 @@ def test_an_equal_file_is_replaced_and_readers_keep_the_old_one(machine):
         assert old.read() == stored(cfa="mono") + b"# old\n"
 
 
-def test_a_stale_temporary_file_is_used(machine):
+def test_stale_temporary_file_is_used(machine):
     machine.prefs_tmp.write_text("stale\n" * 1000)
     machine.prefs_tmp.chmod(0o600)
     inode = machine.prefs_tmp.stat().st_ino
@@ -72,7 +72,7 @@ def test_a_stale_temporary_file_is_used(machine):
     assert machine.prefs.stat().st_ino == inode
 
 
-def test_a_link_in_place_of_the_temporary_file_is_followed(machine):
+def test_link_in_place_of_the_temporary_file_is_followed(machine):
     machine.prefs_tmp.symlink_to("else")
     assert machine.run(*SET_MONO) == (0, listing(cfa="mono") + HINT, b"")
     saved = machine.prefs.with_name("else")
@@ -81,7 +81,7 @@ def test_a_link_in_place_of_the_temporary_file_is_followed(machine):
     assert entry(saved)[1:] == ("-rw-r--r--", 0, stored(cfa="mono"))
 
 
-def test_a_mode_that_cannot_be_set_does_not_matter(machine):
+def test_mode_that_cannot_be_set_does_not_matter(machine):
     # Root left this temporary file in ann's directory: she may write it, but not change its mode.
     os.chown(machine.prefs.parent, ANN, ANN)
     machine.prefs_tmp.touch()
@@ -91,7 +91,7 @@ def test_a_mode_that_cannot_be_set_does_not_matter(machine):
     assert entry(machine.prefs)[1:] == ("-rw-rw-rw-", 0, stored(cfa="mono"))
 
 
-def test_a_full_file_system_is_not_noticed(machine):
+def test_full_file_system_is_not_noticed(machine):
     # Closing writes the text, and its result is ignored. The old file takes the only page for data.
     full = """
         mount -t tmpfs -o size=4k tmpfs /usr/share/nebulark
@@ -105,7 +105,7 @@ def test_a_full_file_system_is_not_noticed(machine):
 
 
 @pytest.mark.skipif(COUNTS_LINES, reason="the line counts are files too")
-def test_a_file_size_limit_with_an_ignored_signal_is_not_noticed(machine):
+def test_file_size_limit_with_an_ignored_signal_is_not_noticed(machine):
     limited = "trap '' XFSZ; exec prlimit --fsize=100 \"$@\""
     assert machine.run(*SET_MONO, script=limited) == (0, listing(cfa="mono") + HINT, b"")
     assert machine.prefs.read_bytes() == stored(cfa="mono")[:100]
@@ -143,7 +143,7 @@ WRITABLE = f'strace -f -o /dev/null -P {PATH.decode()} -e inject=access,faccessa
 
 
 @pytest.mark.parametrize("umask, mode", [("0", "drwxr-xr-x"), ("027", "drwxr-x---"), ("0777", "d---------")])
-def test_a_missing_directory_is_made(machine, umask, mode):
+def test_missing_directory_is_made(machine, umask, mode):
     machine.prefs.parent.rmdir()
     run = machine.run(*SET_MONO, env=TRACED, script=f"umask {umask}; exec {WRITABLE}")
     check_saved(machine, run, cfa="mono")

@@ -54,7 +54,7 @@ class Machine:
     def __init__(self, root: Path, tool: Path):
         self.root = root
         self.share = root / "share"  # /usr/share
-        self.bin = root / "bin"  # what /usr/bin has besides the real programs
+        self.bin = root / "bin"  # /usr/bin, in addition to the real programs
         self.home = root / "home"  # /home
         self.ann = self.home / "ann"
         self.prefs = self.share / "nebulark/preferences.conf"

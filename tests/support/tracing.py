@@ -36,7 +36,7 @@ class Call(NamedTuple):
 
     name: str
     subject: str  # a path, "stdin", "stdout", "stderr" or ""
-    nth: int  # of those with this name and subject
+    nth: int  # of all calls with this name and subject
 
 
 def is_the_tools(call: Call) -> bool:

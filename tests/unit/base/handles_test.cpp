@@ -22,7 +22,7 @@ TEST(Descriptor, ClosesAtTheEndOfItsScope) {
   EXPECT_FALSE(is_open(number));
 }
 
-TEST(Descriptor, IsNoneWhereOpeningFails) { EXPECT_FALSE(Descriptor(::open("/dev/null/absent", O_RDONLY))); }
+TEST(Descriptor, IsNoneIfOpeningFails) { EXPECT_FALSE(Descriptor(::open("/dev/null/absent", O_RDONLY))); }
 
 TEST(Descriptor, BelongsToTheOwnerItIsMovedTo) {
   Descriptor first = open_null();

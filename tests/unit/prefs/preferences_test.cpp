@@ -41,7 +41,7 @@ constexpr std::string_view no_words[] = {
     "color ", "color=", "colour", "mono ", "dark",  "top",   "left",     "top left", "top-left",
 };
 
-// An enumeration is numbered from 0 in the order of its words, and knows these words alone.
+// An enumeration is numbered from 0 in the order of its words, and knows only these words.
 template <typename Value, std::size_t N>
 void expect_words(const std::array<Spelling<Value>, N>& spellings, std::string_view (*word_of)(Value),
                   std::optional<Value> (*parse)(std::string_view), std::string_view default_word) {

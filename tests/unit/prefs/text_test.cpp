@@ -53,7 +53,7 @@ TEST(ToLowerAscii, LowersCapitalsAndKeepsEveryOtherByte) {
   EXPECT_EQ(text, lowered);
 }
 
-// Whether it is a switch word, and what becomes of either value.
+// Whether it is a switch word, and what it makes of false and of true.
 void expect_parsed(std::string_view text, bool is_word, bool if_false, bool if_true) {
   bool was_false = false;
   bool was_true = true;

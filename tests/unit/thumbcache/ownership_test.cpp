@@ -89,7 +89,7 @@ TEST(IsNebularkThumbnail, ComparesEveryByteOfAMimetype) {
     EXPECT_FALSE(is_nebulark_mimetype(mimetype)) << testing::PrintToString(mimetype);
 }
 
-TEST(IsNebularkThumbnail, IsTrueWhereOneOfTheTagsFits) {
+TEST(IsNebularkThumbnail, IsTrueIfOneTagFits) {
   EXPECT_TRUE(is_nebulark({uri_chunk("m31.fits"), mimetype_chunk("image/fits")}));
   EXPECT_TRUE(is_nebulark({uri_chunk("m31.fits"), mimetype_chunk("image/png")}));
   EXPECT_TRUE(is_nebulark({uri_chunk("m31.fits.gz"), mimetype_chunk("image/fits")}));

@@ -250,7 +250,7 @@ TEST(ReadThumbnailTags, ReadsFromTheStartAndDoesNotMoveTheDescriptor) {
   EXPECT_EQ(::lseek(file.get(), 0, SEEK_CUR), 5);
 }
 
-TEST(ReadThumbnailTags, FindsNoneWhereReadingFails) {
+TEST(ReadThumbnailTags, FindsNoneIfReadingFails) {
   std::array<int, 2> ends{};
   ASSERT_EQ(::pipe(ends.data()), 0);
   const Descriptor out(ends[0]);
