@@ -10,23 +10,23 @@ from tracing import strace
 
 SIZES = ["normal", "large", "x-large", "xx-large", "fail"]
 
-# In the cache of most tests. It is in the second size directory, to show that clearing goes on after the first.
-FURNITURE = ["large/m31.png", "large/harbour.png"]
-UNDISTURBED = clearing((report(1, 1), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
+# In the cache of most tests: in the second size directory, to show that clearing goes on after the first.
+FILES = ["large/m31.png", "large/harbour.png"]
+ONLY_FILES = clearing((report(1, 1), {FILES[0]}), (report_all(2), set(FILES)))
 
 
 @pytest.fixture
-def furnished(cache):
-    cache.put(FITS, FURNITURE[0])
-    cache.put(PHOTO, FURNITURE[1])
+def filled(cache):
+    cache.put(FITS, FILES[0])
+    cache.put(PHOTO, FILES[1])
     return cache
 
 
-def test_second_clearing_finds_what_the_first_one_left(furnished):
-    assert furnished.clear() == (report(1, 1), {"large/m31.png"})
-    assert furnished.clear() == (report(0, 1), set())
-    assert furnished.clear("--all") == (report_all(1), {"large/harbour.png"})
-    assert furnished.clear("--all") == (report_all(0), set())
+def test_second_clearing_finds_what_the_first_one_left(filled):
+    assert filled.clear() == (report(1, 1), {"large/m31.png"})
+    assert filled.clear() == (report(0, 1), set())
+    assert filled.clear("--all") == (report_all(1), {"large/harbour.png"})
+    assert filled.clear("--all") == (report_all(0), set())
 
 
 @pytest.mark.parametrize(
@@ -51,9 +51,9 @@ def test_environment_says_where_the_cache_is(cache, env, place):
 
 
 @pytest.mark.parametrize("words", [[], ["--all"]], ids=["default", "all"])
-def test_cache_has_no_place_without_an_absolute_directory_or_a_home(furnished, words):
+def test_cache_has_no_place_without_an_absolute_directory_or_a_home(filled, words):
     error = b"nebulark-ctl: cannot locate the thumbnail cache\n"
-    assert furnished.clear(*words, env={"XDG_CACHE_HOME": "home/ann/.cache"}) == (Outcome(1, b"", error), set())
+    assert filled.clear(*words, env={"XDG_CACHE_HOME": "home/ann/.cache"}) == (Outcome(1, b"", error), set())
 
 
 @clearing(report(10, 10), report_all(20))
@@ -65,11 +65,11 @@ def test_clears_all_five_size_directories_and_all_below(cache, words, result):
     assert cache.clear(*words) == (result, fits | photos if words else fits)
 
 
-@UNDISTURBED
-def test_nothing_outside_the_size_directories_changes(furnished, words, result):
+@ONLY_FILES
+def test_nothing_outside_the_size_directories_changes(filled, words, result):
     others = ".normal Normal small x large2 xxx-large failed ../normal ../../normal".split() + ["normal "]
-    furnished.put(FITS, "m31.png", "normal.png", *(f"{name}/m31.png" for name in others))
-    assert furnished.clear(*words) == result
+    filled.put(FITS, "m31.png", "normal.png", *(f"{name}/m31.png" for name in others))
+    assert filled.clear(*words) == result
 
 
 @clearing(report(60), report_all(60))
@@ -96,94 +96,94 @@ def test_file_system_mounted_in_the_cache_is_cleared_too(machine, cache, words, 
 
 @clearing(report(1, 1), report_all(2))
 @pytest.mark.parametrize("link", ["thumbnails/large", "thumbnails", "."])
-def test_cache_and_its_size_directories_may_be_links(furnished, link, words, result):
-    furnished.put(FITS, "../../elsewhere/m31.png")
-    (furnished.path / "large/link").symlink_to("/home/ann/elsewhere")
-    place = furnished.path.parent / link
-    place.rename(furnished.machine.ann / "moved")
+def test_cache_and_its_size_directories_may_be_links(filled, link, words, result):
+    filled.put(FITS, "../../elsewhere/m31.png")
+    (filled.path / "large/link").symlink_to("/home/ann/elsewhere")
+    place = filled.path.parent / link
+    place.rename(filled.machine.ann / "moved")
     place.symlink_to("/home/ann/moved")
     real = {".": "moved/thumbnails/large", "thumbnails": "moved/large", "thumbnails/large": "moved"}[link]
     gone = {f"ann/{real}/m31.png"} | {f"ann/{real}/harbour.png" for _ in words}
-    assert furnished.clear(*words) == (result, gone)
+    assert filled.clear(*words) == (result, gone)
 
 
-def test_size_directories_linked_to_one_another_are_each_walked(furnished):
-    (furnished.path / "normal").symlink_to("large")
-    (furnished.path / "fail").symlink_to("large")
-    assert furnished.clear() == (report(1, 3), {"large/m31.png"})
-    assert furnished.clear("--all") == (report_all(1), {"large/harbour.png"})
+def test_size_directories_linked_to_one_another_are_each_walked(filled):
+    (filled.path / "normal").symlink_to("large")
+    (filled.path / "fail").symlink_to("large")
+    assert filled.clear() == (report(1, 3), {"large/m31.png"})
+    assert filled.clear("--all") == (report_all(1), {"large/harbour.png"})
 
 
-@UNDISTURBED
+@ONLY_FILES
 @pytest.mark.parametrize(
     "make",
     [os.mkfifo, *(lambda path, to=to: path.symlink_to(to) for to in ("no-such-directory", "normal", "large/m31.png"))],
     ids=["pipe", "link to nothing", "link to itself", "link to a file"],
 )
-def test_size_directory_that_is_no_directory_is_skipped(furnished, make, words, result):
-    make(furnished.path / "normal")
-    assert furnished.clear(*words) == result
+def test_size_directory_that_is_no_directory_is_skipped(filled, make, words, result):
+    make(filled.path / "normal")
+    assert filled.clear(*words) == result
 
 
-@UNDISTURBED
+@ONLY_FILES
 @pytest.mark.parametrize("mode", [0o400, 0o100], ids=oct)
-def test_directory_that_cannot_be_listed_and_entered_is_skipped(furnished, mode, words, result):
+def test_directory_that_cannot_be_listed_and_entered_is_skipped(filled, mode, words, result):
     for directory in ("normal", "fail/app"):
-        furnished.put(FITS, f"{directory}/m31.png", f"{directory}/below/m31.png")
-        furnished.directory(directory, mode)
-    assert furnished.clear(*words) == result
+        filled.put(FITS, f"{directory}/m31.png", f"{directory}/below/m31.png")
+        filled.directory(directory, mode)
+    assert filled.clear(*words) == result
 
 
-@clearing((report(1, 1), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
+@ONLY_FILES
 @pytest.mark.parametrize("owner, mode", [(0, 0o1777), (1000, 0o555)], ids=["root's", "read-only"])
-def test_file_that_cannot_be_deleted_is_not_counted(furnished, owner, mode, words, result):
-    furnished.put(FITS, "normal/m31.png")
-    furnished.directory("normal", mode)
-    for path in (furnished.at("normal"), furnished.at("normal/m31.png")):
+def test_file_that_cannot_be_deleted_is_not_counted(filled, owner, mode, words, result):
+    filled.put(FITS, "normal/m31.png")
+    filled.directory("normal", mode)
+    for path in (filled.at("normal"), filled.at("normal/m31.png")):
         os.chown(path, owner, owner)
-    furnished.machine.pkexec("#!/bin/sh\ntouch /home/ann/asked-for-rights\n")
-    assert furnished.clear(*words) == result
+    filled.machine.pkexec("#!/bin/sh\ntouch /home/ann/asked-for-rights\n")
+    assert filled.clear(*words) == result
 
 
-@UNDISTURBED
-def test_links_are_neither_followed_nor_deleted_nor_counted(furnished, words, result):
-    furnished.put(FITS, "../../Pictures/m31.png", "../../Pictures/more/m31.png")
+@ONLY_FILES
+def test_links_are_neither_followed_nor_deleted_nor_counted(filled, words, result):
+    filled.put(FITS, "../../Pictures/m31.png", "../../Pictures/more/m31.png")
     targets = ["../large/m31.png", "/home/ann/Pictures/m31.png", "/home/ann/Pictures", "..", "link0", "nothing"]
     for directory in ("normal", "fail/app"):
-        furnished.directory(directory)
+        filled.directory(directory)
         for number, target in enumerate(targets):
-            (furnished.path / directory / f"link{number}").symlink_to(target)
-    assert furnished.clear(*words) == result
+            (filled.path / directory / f"link{number}").symlink_to(target)
+    assert filled.clear(*words) == result
 
 
 @clearing((report(1, 1), ["harbour.png"]), (report_all(2), []))
-def test_hard_link_outside_the_cache_stays(furnished, words, result):
+def test_hard_link_outside_the_cache_stays(filled, words, result):
     contents = {"m31.png": FITS, "harbour.png": PHOTO}
     for name in contents:
-        (furnished.machine.home / name).hardlink_to(furnished.path / "large" / name)
-    run = furnished.machine.run(*CLEAR, *words, user="ann", env=HOME)
-    assert (run, os.listdir(furnished.path / "large")) == result
-    assert {name: (furnished.machine.home / name).read_bytes() for name in contents} == contents
+        (filled.machine.home / name).hardlink_to(filled.path / "large" / name)
+    run = filled.machine.run(*CLEAR, *words, user="ann", env=HOME)
+    assert (run, os.listdir(filled.path / "large")) == result
+    assert {name: (filled.machine.home / name).read_bytes() for name in contents} == contents
 
 
-@UNDISTURBED
+@ONLY_FILES
 @pytest.mark.parametrize("kind", [stat.S_IFIFO, stat.S_IFSOCK, stat.S_IFCHR], ids=["pipe", "socket", "device"])
-def test_pipes_sockets_and_devices_are_neither_deleted_nor_counted(furnished, kind, words, result):
+def test_pipes_sockets_and_devices_are_neither_deleted_nor_counted(filled, kind, words, result):
     for directory in ("normal", "large/app"):
         try:
-            os.mknod(furnished.directory(directory) / "m31.png", kind | 0o666, os.makedev(1, 3))
+            os.mknod(filled.directory(directory) / "m31.png", kind | 0o666, os.makedev(1, 3))
         except PermissionError as reason:
             pytest.skip(f"no devices can be made here: {reason}")
-    assert furnished.clear(*words) == result
+    assert filled.clear(*words) == result
 
 
-@clearing((report(1, 4), {FURNITURE[0]}), (report_all(2), set(FURNITURE)))
-def test_status_and_not_the_directory_entry_decides_the_kind_of_a_file(furnished, words, result):
+@clearing((report(1, 4), {FILES[0]}), (report_all(2), set(FILES)))
+def test_status_and_not_the_directory_entry_decides_the_kind_of_a_file(filled, words, result):
     # A file mounted over an entry has another kind than the directory says, and nobody can delete it.
-    furnished.put(PHOTO, "../../harbour.png", "normal/file")
-    furnished.put(FITS, "normal/hidden")
+    filled.put(PHOTO, "../../harbour.png", "normal/file")
+    filled.put(FITS, "normal/hidden")
     for path, kind in {"normal/pipe": stat.S_IFIFO, "normal/socket": stat.S_IFSOCK, "../../pipe": stat.S_IFIFO}.items():
-        os.mknod(furnished.at(path), kind | 0o666)
+        os.mknod(filled.at(path), kind | 0o666)
     mounts = f"""
         cd {CACHE}/normal
         mount -t tmpfs tmpfs /mnt
@@ -192,4 +192,4 @@ def test_status_and_not_the_directory_entry_decides_the_kind_of_a_file(furnished
         for each in file pipe socket; do mount --bind /mnt/harbour.png $each; done
         exec "$@"
     """
-    assert furnished.clear(*words, script=mounts) == result
+    assert filled.clear(*words, script=mounts) == result

@@ -76,7 +76,7 @@ KINDS = {
 }
 
 
-def furnish(machine: Machine, old: dict | None = None, elevates: bool = True, all: bool | None = None):
+def prepare(machine: Machine, old: dict | None = None, elevates: bool = True, all: bool | None = None):
     """Prepares the machine for a run. The directories stay, so that they list their files in the same order."""
     for each in entries(machine.share) | entries(machine.home):
         if each.is_symlink() or not each.is_dir():
@@ -138,7 +138,7 @@ def test_failing_call_has_only_the_effects_of_the_model(machine, kind):
     model, words, user, how, always = kind
 
     def run(*options: str) -> tuple[Outcome, list[Traced], Files]:
-        furnish(machine, **how)
+        prepare(machine, **how)
         outcome, trace = inside.run(words, user, [*always, *options], HOME)
         return outcome, trace, files_of(machine)
 
@@ -147,7 +147,7 @@ def test_failing_call_has_only_the_effects_of_the_model(machine, kind):
         return model(failed, files, user, **how), files
 
     with strace(machine) as inside:
-        furnish(machine, **how)
+        prepare(machine, **how)
         before = files_of(machine)
         _, shortest = inside.run(["--version"], user)
         outcome, undisturbed, after = run()

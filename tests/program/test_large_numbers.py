@@ -35,8 +35,7 @@ def only(number: int) -> range:
     return range(number, number + 1)
 
 
-# A change of the thumbnails, and what stat then prints. Times of 32 bits go from 1901 to 2038, or without a sign to
-# 2106.
+# Changes of the thumbnails, and what stat then prints. 32-bit times go from 1901 to 2038, or without a sign to 2106.
 CHANGES = {
     "2 GiB": (f"{TMPFS}; truncate -s 2G *", "%s", only(1 << 31)),
     "4 GiB and a byte": (f"{TMPFS}; truncate -s {(1 << 32) + 1} *", "%s", only((1 << 32) + 1)),

@@ -14,7 +14,7 @@ SET_MONO = ["--set", "cfa=mono"]
 BAD_WORD = b"nebulark-ctl: cfa: expected auto, color or mono\n"
 
 
-def furnish(machine):
+def fill(machine):
     machine.prefs.write_bytes(stored(labelformat="on"))
     Cache(machine).put(FITS, "normal/m31.png")
     Cache(machine).put(PHOTO, "normal/harbour.png")
@@ -22,8 +22,8 @@ def furnish(machine):
 
 
 @pytest.fixture
-def furnished(machine):
-    return furnish(machine)
+def filled(machine):
+    return fill(machine)
 
 
 def state(machine) -> tuple[bytes, set[str], set[str]]:
@@ -54,11 +54,11 @@ EACH_RUN = pytest.mark.parametrize("words, user, outcome, after", RUNS.values(),
 @pytest.mark.usefixtures("polkit")
 @EACH_RUN
 @pytest.mark.parametrize("closed", ["0", "1", "2", "01", "02", "12", "012"])
-def test_closed_standard_streams_lose_only_their_output(furnished, closed, words, user, outcome, after):
+def test_closed_standard_streams_lose_only_their_output(filled, closed, words, user, outcome, after):
     # The files that the tool opens get the numbers of the closed streams.
     heard = outcome._replace(out=outcome.out * ("1" not in closed), err=outcome.err * ("2" not in closed))
     script = 'exec "$@" ' + " ".join(f"{stream}>&-" for stream in closed)
-    assert (furnished.run(*words, user=user, env=HOME, script=script), state(furnished)) == (heard, after)
+    assert (filled.run(*words, user=user, env=HOME, script=script), state(filled)) == (heard, after)
 
 
 @pytest.mark.parametrize("closed", ["2>&-", "1>&- 2>&-", "0>&- 1>&- 2>&-"])
@@ -72,12 +72,12 @@ def test_message_of_a_failing_save_does_not_end_up_in_a_file(machine, closed):
 
 @pytest.mark.usefixtures("polkit")
 @EACH_RUN
-def test_closed_pipe_ends_the_tool_after_the_work(furnished, words, user, outcome, after):
+def test_closed_pipe_ends_the_tool_after_the_work(filled, words, user, outcome, after):
     to_nobody = 'mkfifo /home/pipe; exec 3<>/home/pipe 4>/home/pipe 3>&-; exec "$@" >&4 4>&-'
     expected = (Outcome(-13, b"", b""), after) if outcome.out else (outcome, after)
     if outcome.out.startswith(NOTICE):
         expected = (Outcome(-13, b"", b""), BEFORE)  # the notice is written before the work
-    assert (furnished.run(*words, user=user, env=HOME, script=to_nobody), state(furnished)) == expected
+    assert (filled.run(*words, user=user, env=HOME, script=to_nobody), state(filled)) == expected
 
 
 # Memory
@@ -99,7 +99,7 @@ def test_with_little_memory_the_work_is_done_wholly_or_not_at_all(machine, name)
     words, user, outcome, after = RUNS[name]
 
     def does_the_work(kib: int) -> bool:
-        run = furnish(machine).run(*words, user=user, env=HOME, tool=memory(kib))
+        run = fill(machine).run(*words, user=user, env=HOME, tool=memory(kib))
         if run.status < 0 or run.status == 127:  # out of memory, or not even started
             assert (run.out, state(machine)) == (b"", BEFORE), (kib, run)
             return False
@@ -114,12 +114,12 @@ def test_with_little_memory_the_work_is_done_wholly_or_not_at_all(machine, name)
 
 @COUNTABLE
 @pytest.mark.parametrize("name", ["prefs", "save"])
-def test_preferences_larger_than_memory_are_read_line_by_line(furnished, name):
+def test_preferences_larger_than_memory_are_read_line_by_line(filled, name):
     words, user, outcome, after = RUNS[name]
     big = (b"#" * 63 + b"\n") * (1 << 20) + BEFORE[0]
-    furnished.prefs.write_bytes(big)
-    run = furnished.run(*words, user=user, tool=memory(60_000_000 >> 10))
-    assert (run, state(furnished)) == (outcome, (big if name == "prefs" else after[0], *after[1:]))
+    filled.prefs.write_bytes(big)
+    run = filled.run(*words, user=user, tool=memory(60_000_000 >> 10))
+    assert (run, state(filled)) == (outcome, (big if name == "prefs" else after[0], *after[1:]))
 
 
 @COUNTABLE
@@ -176,12 +176,12 @@ def test_text_too_long_for_memory_ends_the_reading_of_its_file_only(machine, cac
 
 
 @EACH_RUN
-def test_three_free_descriptors_are_enough(furnished, words, user, outcome, after):
+def test_three_free_descriptors_are_enough(filled, words, user, outcome, after):
     if outcome.out.startswith(NOTICE):
-        (furnished.bin / "pkexec").symlink_to("true")
+        (filled.bin / "pkexec").symlink_to("true")
         outcome, after = Outcome(0, NOTICE + listing(labelformat="on"), b""), BEFORE
-    run = furnished.run(*words, user=user, env=HOME, script='ulimit -n 6; exec "$@"')
-    assert (run, state(furnished)) == (outcome, after)
+    run = filled.run(*words, user=user, env=HOME, script='ulimit -n 6; exec "$@"')
+    assert (run, state(filled)) == (outcome, after)
 
 
 LEVELS = 5000  # more than any path can name

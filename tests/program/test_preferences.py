@@ -21,9 +21,8 @@ def test_file_of_megabytes_is_read_to_its_end(machine):
 
 def test_pipe_in_place_of_the_file_is_waited_for(machine):
     os.mkfifo(machine.prefs)
-    (machine.home / "content").write_bytes(
-        b"cfa=mono\n" + b"#\n" * MEBI + b"labelformat=on\n"
-    )  # more than a pipe holds
+    more_than_a_pipe_holds = b"#\n" * MEBI
+    (machine.home / "content").write_bytes(b"cfa=mono\n" + more_than_a_pipe_holds + b"labelformat=on\n")
     feed = f'cat /home/content >{PATH.decode()} & exec "$@"'
     assert machine.run("--prefs", script=feed) == (0, shown(cfa="mono", labelformat="on"), b"")
 
@@ -100,7 +99,7 @@ VARIABLES = f"D=/usr/share/nebulark; F=$D/preferences.conf; READ_ONLY='{READ_ONL
 def test_file_is_read_and_saved_by_those_who_can(machine, user, prepare, for_root, for_ann):
     reads, ends = (for_root if user == "root" else for_ann).split()
     holds = {"read": {"autostretch": "off"}, "defaults": {}}[reads]
-    assert machine.run("--version", script=VARIABLES + prepare + "\nexec \"$@\"").status == 0
+    assert machine.run("--version", script=VARIABLES + prepare + '\nexec "$@"').status == 0
     script = f'{READ_ONLY if "$READ_ONLY" in prepare else ":"}; exec "$@"'
 
     suffix = NEEDS_SUDO if ends == "needs" else b""

@@ -35,17 +35,17 @@ def stopped_run(inside: Strace, words: list[str], stop: str, change: Callable) -
 
 
 def stopped_runs(
-    cache: Cache, words: list[str], about: str, furnish: Callable, change: Callable, expected: Outcome
+    cache: Cache, words: list[str], about: str, fill: Callable, change: Callable, expected: Outcome
 ) -> Iterator[tuple[Call, Outcome]]:
     """A run for each of the tool's calls about a place, stopped after this call. Undisturbed, it ends as expected."""
     with strace(cache.machine) as inside:
-        furnish()
+        fill()
         undisturbed, trace = inside.run(words, "ann", env=HOME)
         assert undisturbed == expected
         calls = [(call, which) for call, which, _ in trace if call.subject.startswith(about)]
         assert {call.name for call, _ in calls} >= {"newfstatat", "openat"}
         for call, (name, nth) in calls:
-            furnish()
+            fill()
             yield call, stopped_run(inside, words, f"inject={name}:signal=STOP:when={nth}", change)
 
 
@@ -98,7 +98,7 @@ def test_only_files_of_the_cache_are_deleted_and_counted(cache, change, words, e
     outside = cache.machine.ann / "Pictures"
     gone, there = 0, {}
 
-    def furnish():
+    def fill():
         shutil.rmtree(cache.path, ignore_errors=True)
         for name in NAMES:
             cache.put(PHOTO if "harbour" in name else FITS, name)
@@ -115,7 +115,7 @@ def test_only_files_of_the_cache_are_deleted_and_counted(cache, change, words, e
 
     cache.put(FITS, *(f"../../Pictures/{name}" for name in OUTSIDE))
     untouched = {path: path.read_bytes() for path in outside.rglob("*.png")}
-    for call, run in stopped_runs(cache, [*CLEAR, *words], CACHE, furnish, change_and_look, expected):
+    for call, run in stopped_runs(cache, [*CLEAR, *words], CACHE, fill, change_and_look, expected):
         deleted = [there[path] for path in there.keys() - contents().keys()]
         removed, *left = (int(number) for number in re.findall(rb"(?:Removed|Left) (\d+)", run.out))
         assert (run.status, run.err) == (0, b""), call
@@ -133,7 +133,7 @@ def moving(cache):
     and makes another with FITS thumbnails of the same names."""
     moved = cache.machine.ann / "moved"
 
-    def furnish(content: bytes):
+    def fill(content: bytes):
         for place in (moved, cache.path):
             shutil.rmtree(place, ignore_errors=True)
         cache.put(content, "normal/sub/x.png", "normal/sub/y.png")
@@ -142,15 +142,15 @@ def moving(cache):
         cache.at("normal/sub").rename(moved)
         cache.put(FITS, "normal/sub/x.png", "normal/sub/y.png")
 
-    return moved, furnish, move
+    return moved, fill, move
 
 
 X = f"{CACHE}/normal/sub/x.png"
 
 
 def test_thumbnail_is_not_judged_by_one_in_a_new_directory(cache, moving):
-    moved, furnish, move = moving
-    runs = list(stopped_runs(cache, CLEAR, X, lambda: furnish(PHOTO), move, report(0, 2)))
+    moved, fill, move = moving
+    runs = list(stopped_runs(cache, CLEAR, X, lambda: fill(PHOTO), move, report(0, 2)))
     assert {run for _, run in runs} == {report(0, 2)}
     assert {call.name for call, _ in runs} >= {"newfstatat", "openat", "pread64", "close"}
     assert {path.name: path.read_bytes() for path in moved.iterdir()} == {"x.png": PHOTO, "y.png": PHOTO}
@@ -158,8 +158,8 @@ def test_thumbnail_is_not_judged_by_one_in_a_new_directory(cache, moving):
 
 def test_directory_that_moves_out_of_the_cache_is_still_cleared(cache, moving):
     # The tool has it open, and uses no path.
-    moved, furnish, move = moving
-    for call, run in stopped_runs(cache, CLEAR, X, lambda: furnish(FITS), move, report(2)):
+    moved, fill, move = moving
+    for call, run in stopped_runs(cache, CLEAR, X, lambda: fill(FITS), move, report(2)):
         assert run == report(2), call
         assert list(moved.iterdir()) == []
         assert len(files(cache.path)) == 2
@@ -169,7 +169,7 @@ def test_directory_that_moves_out_of_the_cache_is_still_cleared(cache, moving):
 def test_file_that_becomes_something_else_before_it_is_opened_counts_as_left(cache, kind):
     path = cache.at("normal/x.png")
 
-    def furnish():
+    def fill():
         path.unlink(missing_ok=True)
         cache.put(PHOTO, "normal/x.png")
         cache.put(FITS, "../../m31.png")
@@ -179,7 +179,7 @@ def test_file_that_becomes_something_else_before_it_is_opened_counts_as_left(cac
         os.mkfifo(path) if kind == "pipe" else path.symlink_to("/home/ann/m31.png")
 
     has_status = False
-    for call, run in stopped_runs(cache, CLEAR, f"{CACHE}/normal/x.png", furnish, change, report(0, 1)):
+    for call, run in stopped_runs(cache, CLEAR, f"{CACHE}/normal/x.png", fill, change, report(0, 1)):
         has_status |= call.name == "newfstatat"
         assert run == report(0, 1 if has_status else 0), call
         assert stat.S_ISFIFO(path.lstat().st_mode) if kind == "pipe" else path.is_symlink()

@@ -80,8 +80,6 @@ INTERRUPT = "\x03"
 
 
 class Desk:
-    """A machine with polkit and the tool's policy, and ann at a terminal."""
-
     def __init__(self, machine: Machine):
         self.machine = machine
         self.prefs = machine.prefs
@@ -124,8 +122,7 @@ class Desk:
         """
         boot = ["unshare", "--pid", "--fork", "--kill-child", "sh", "-c", BOOT, "sh", self.etc]
         login = [SESSION.format(user=ANN, **session), times, *IN_SESSION] if session else ["", times]
-        # Tests in the background ignore Ctrl-C, and Python ignores the signal of a file size limit. Ann ignores
-        # neither.
+        # Tests in the background ignore Ctrl-C, and Python a file size limit. Ann ignores neither.
         user = [*BECOME["ann"], "env", "-i", "--default-signal", "PATH=/usr/bin", "sh", "-c", shell, "sh"]
         arguments = map(str, [self.machine.root, *boot, *login, *user, *command])
         with pexpect.spawn(str(SUPPORT / "sandbox"), list(arguments), cwd="/", env=PATHS, timeout=60) as terminal:
