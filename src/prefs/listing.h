@@ -8,9 +8,9 @@
 
 namespace nebulark {
 
-// A line for each preference, "NAME = VALUE", each with a line feed, the values aligned. Switches are on or off; the
-// brightness also shows its target background. A value outside its enumeration is listed as the default. Prints nothing
-// itself.
+// A line for each preference, "NAME = VALUE", with the values aligned. Every line ends in a line feed. Switches are on
+// or off; the brightness also shows its target background. A value outside its enumeration is listed as the default.
+// Prints nothing itself.
 [[nodiscard]] std::string print_preferences(const Preferences& preferences);
 
 } // namespace nebulark

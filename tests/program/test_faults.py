@@ -1,6 +1,6 @@
 """Every system call of a run fails, one at a time, with every error that it can give.
 
-The calls are those of an undisturbed run; `model` says what comes of each failure. The first calls are the dynamic
+The calls are those of a normal run; `model` says what comes of each failure. The first calls are the dynamic
 loader's: if one fails, the program may not start, and nothing changes. One error of each is enough there, because the
 tool never sees it.
 """
@@ -150,11 +150,11 @@ def test_failing_call_has_only_the_effects_of_the_model(machine, kind):
         prepare(machine, **how)
         before = files_of(machine)
         _, shortest = inside.run(["--version"], user)
-        outcome, undisturbed, after = run()
+        outcome, normal, after = run()
         assert (outcome, after) == expected(None)
-        loading = len(os.path.commonprefix([[each.call for each in trace] for trace in (shortest, undisturbed)]))
+        loading = len(os.path.commonprefix([[each.call for each in trace] for trace in (shortest, normal)]))
 
-        for place, (traced, counted) in enumerate(zip(undisturbed, calls_that_count(undisturbed))):
+        for place, (traced, counted) in enumerate(zip(normal, calls_that_count(normal))):
             if traced.call.subject.endswith(".gcda"):
                 break  # the line counts, whose number of calls varies
             if not is_looked_at(traced) or (always and traced.call.name == "preadv2"):

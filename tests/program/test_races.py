@@ -37,11 +37,11 @@ def stopped_run(inside: Strace, words: list[str], stop: str, change: Callable) -
 def stopped_runs(
     cache: Cache, words: list[str], about: str, fill: Callable, change: Callable, expected: Outcome
 ) -> Iterator[tuple[Call, Outcome]]:
-    """A run for each of the tool's calls about a place, stopped after this call. Undisturbed, it ends as expected."""
+    """A run for each of the tool's calls about a place, stopped after this call. A normal run ends as expected."""
     with strace(cache.machine) as inside:
         fill()
-        undisturbed, trace = inside.run(words, "ann", env=HOME)
-        assert undisturbed == expected
+        normal, trace = inside.run(words, "ann", env=HOME)
+        assert normal == expected
         calls = [(call, which) for call, which, _ in trace if call.subject.startswith(about)]
         assert {call.name for call, _ in calls} >= {"newfstatat", "openat"}
         for call, (name, nth) in calls:

@@ -116,10 +116,10 @@ def test_killed_at_any_call_a_save_leaves_the_old_file_or_the_new_one(machine):
     text = listing(cfa="mono") + HINT
     with strace(machine) as inside:
         machine.prefs.write_bytes(stored())
-        outcome, undisturbed = inside.run(SET_MONO)
+        outcome, normal = inside.run(SET_MONO)
         assert outcome == (0, text, b"")
         left, said = stored(), b""
-        for call, (name, nth), words in undisturbed[1:]:  # the first one starts the tool
+        for call, (name, nth), words in normal[1:]:  # the first one starts the tool
             if SANITIZED and not is_the_tools(call):
                 continue
             machine.prefs.write_bytes(stored())

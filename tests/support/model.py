@@ -1,6 +1,6 @@
 """The tool in a few lines: what a run says and leaves when one system call fails.
 
-`failed` is that call, None in an undisturbed run.
+`failed` is that call, None in a normal run.
 """
 
 import os

@@ -59,7 +59,7 @@ TEST(IsNebularkThumbnail, IsFalseForAnotherUri) {
         "/m31.fitsx"sv, "/m31.fits "sv, "/m31.fits\n"sv, "/m31.fits\0"sv, "/m31.fits\0.png"sv, "/m31.fits.png"sv,
         "/m31.fits/"sv, "/m31.fits/m31.png"sv, "/m31.png?m31.fits"sv, "/m31.png#m31.fits"sv, "/m31.png#a?b.fits"sv,
         "?.fits"sv, "#.fits"sv,
-        // what is neither decoded nor cut off
+        // not decoded, not cut off
         "/m31%2Efits"sv, "/m31%2efits"sv, "/m31.fit%73"sv, "/m31.fits%3Frev=2"sv, "/m31.fits%23top"sv, "/m31.fits%20"sv,
         "/m31.fits%00"sv, "/m31.fits;v=1"sv, "/m31.fits&v=1"sv})
     EXPECT_FALSE(is_nebulark_uri(uri)) << testing::PrintToString(uri);

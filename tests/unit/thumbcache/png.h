@@ -1,4 +1,4 @@
-// PNG files, sound or broken, built chunk by chunk.
+// PNG files, valid or broken, built chunk by chunk.
 
 #pragma once
 
