@@ -5,14 +5,12 @@ import re
 import subprocess
 import xml.etree.ElementTree as ElementTree
 from collections.abc import Iterator
-from pathlib import Path
 
 import pytest
 
-from machine import ANN, TOOL
+from machine import ANN
 from page import MANUALS, PAGE
-from test_polkit import ELSEWHERE, HERE_AND_NOW, INTERRUPTED, NO_SESSION, NOT_AUTHORIZED, question
-from texts import HINT, NOTICE, listing
+from test_polkit import NO_SESSION, NOT_AUTHORIZED
 from transcripts import replay
 from vocabulary import SOURCES, Preference, commands, levels, preferences, stored_preferences, table
 
@@ -207,41 +205,6 @@ def shown(page, part: str) -> list[str]:
 @pytest.mark.usefixtures("polkit")
 def test_transcripts_are_what_the_tool_does(page, machine, part):
     replay(machine, shown(page, part))
-
-
-CHANGED = NOTICE + listing(cfa="mono") + HINT + listing(cfa="mono")
-
-
-@pytest.fixture
-def rule(page, desk) -> Path:
-    """The manual's rule, where the manual puts it, with ann in the rule's group."""
-    (text,) = [text for text in shown(page, "manual") if "polkit.addRule" in text]
-    (name,) = [Path(path).name for path in marked(page, "Pa") if path.startswith("/etc/polkit-1/rules.d/")]
-    (desk.rules / name).write_text(text)
-    with open(desk.etc / "group", "a") as group:
-        group.write("observers:x:1002:ann\n")
-    return desk.rules / name
-
-
-@pytest.mark.parametrize("session", [*ELSEWHERE.values(), HERE_AND_NOW], ids=[*ELSEWHERE, "at the machine"])
-def test_rule_lets_its_group_change_the_preferences(rule, desk, session):
-    assert desk.run(TOOL, "--set", "cfa=mono", session=session) == (0, CHANGED)
-
-
-def narrow(page, rule: Path):
-    (conditions,) = [text for text in marked(page, "Li") if text.startswith("subject.")]
-    rule.write_text(rule.read_text().replace("subject.isInGroup", f"{conditions} && subject.isInGroup"))
-
-
-@pytest.mark.parametrize("session", ELSEWHERE.values(), ids=ELSEWHERE.keys())
-def test_rule_with_further_conditions_leaves_others_to_the_password(page, rule, desk, session):
-    narrow(page, rule)
-    assert desk.run(TOOL, "--set", "cfa=mono", session=session) == (INTERRUPTED, NOTICE + question())
-
-
-def test_rule_with_further_conditions_holds_at_the_machine(page, rule, desk):
-    narrow(page, rule)
-    assert desk.run(TOOL, "--set", "cfa=mono", session=HERE_AND_NOW) == (0, CHANGED)
 
 
 # Form

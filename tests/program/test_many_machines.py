@@ -9,18 +9,27 @@ from pathlib import Path
 
 import pytest
 
-from machine import ANN, PROJECT
+from machine import ANN, PROJECT, TOOL
 from page import MANUALS, PAGE
-from texts import stored
+from test_polkit import ELSEWHERE, HERE_AND_NOW, INTERRUPTED, question
+from texts import HINT, NOTICE, listing, stored
 
 BOB = 1001
 
 
 @pytest.fixture(scope="module")
-def shown(built_page) -> list[str]:
+def manual(built_page) -> ElementTree.Element:
+    return ElementTree.parse(f"{MANUALS[1]}.html").getroot()
+
+
+@pytest.fixture(scope="module")
+def shown(manual) -> list[str]:
     """All that the manual page offers to copy."""
-    root = ElementTree.parse(f"{MANUALS[1]}.html").getroot()
-    return ["".join(pre.itertext()) for pre in root.iter("pre")]
+    return ["".join(pre.itertext()) for pre in manual.iter("pre")]
+
+
+def marked(manual, markup: str) -> list[str]:
+    return ["".join(part.itertext()) for part in manual.iter() if part.get("class") == markup]
 
 
 def the_one(shown: list[str], word: str) -> str:
@@ -171,3 +180,40 @@ def test_caches_of_all_ordinary_users_are_cleared(caches, as_root, shown):
 def test_runuser_u_would_clear_roots_cache(caches, as_root):
     as_root("chmod -R a+rwX /home/root; runuser -u ann -- nebulark-ctl --clear-thumb-cache")
     assert left(caches) == [name for name in USERS if name != "root"]
+
+
+# A rule of polkit
+
+
+CHANGED = NOTICE + listing(cfa="mono") + HINT + listing(cfa="mono")
+
+
+@pytest.fixture
+def rule(manual, shown, desk) -> Path:
+    """The manual's rule, where the manual puts it, with ann in the rule's group."""
+    (name,) = [Path(path).name for path in marked(manual, "Pa") if path.startswith("/etc/polkit-1/rules.d/")]
+    (desk.rules / name).write_text(the_one(shown, "polkit.addRule"))
+    with open(desk.etc / "group", "a") as group:
+        group.write("observers:x:1002:ann\n")
+    return desk.rules / name
+
+
+@pytest.mark.parametrize("session", [*ELSEWHERE.values(), HERE_AND_NOW], ids=[*ELSEWHERE, "at the machine"])
+def test_rule_lets_its_group_change_the_preferences(rule, desk, session):
+    assert desk.run(TOOL, "--set", "cfa=mono", session=session) == (0, CHANGED)
+
+
+def narrow(manual, rule: Path):
+    (conditions,) = [text for text in marked(manual, "Li") if text.startswith("subject.")]
+    rule.write_text(rule.read_text().replace("subject.isInGroup", f"{conditions} && subject.isInGroup"))
+
+
+@pytest.mark.parametrize("session", ELSEWHERE.values(), ids=ELSEWHERE.keys())
+def test_rule_with_further_conditions_leaves_others_to_the_password(manual, rule, desk, session):
+    narrow(manual, rule)
+    assert desk.run(TOOL, "--set", "cfa=mono", session=session) == (INTERRUPTED, NOTICE + question())
+
+
+def test_rule_with_further_conditions_holds_at_the_machine(manual, rule, desk):
+    narrow(manual, rule)
+    assert desk.run(TOOL, "--set", "cfa=mono", session=HERE_AND_NOW) == (0, CHANGED)
