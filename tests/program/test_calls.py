@@ -25,15 +25,20 @@ def is_the_c_librarys(traced: Traced) -> bool:
     return known or re.match(STATE_OF_A_DESCRIPTOR, traced.words) is not None
 
 
+def short(call: str) -> str:
+    """With F for the preferences file, and T for a thumbnail."""
+    return call.replace(PATH.decode(), "F").replace(f"{CACHE}/normal/m31.png", "T")
+
+
 def calls(machine, words: list[str], user: str, *options: str) -> list[str]:
-    """F is the preferences file, and T a thumbnail."""
     with strace(machine) as inside:
         _, trace = inside.run(words, user, options, HOME)
     told = [" ".join(filter(None, each.call[:2])) for each in trace if not is_the_c_librarys(each)]
-    return [each.replace(PATH.decode(), "F").replace(f"{CACHE}/normal/m31.png", "T") for each in told]
+    return [short(each) for each in told]
 
 
 SET_MONO = ["--set", "cfa=mono"]
+COLD = ["-e", "inject=preadv2:error=EAGAIN"]  # no thumbnail is in memory
 SAY, COMPLAIN = ["write stdout"], ["write stderr"]
 READ = ["openat F", "read F", "read F", "close F"]
 READ_DIRECTORY = ["openat F", "read F", "close F"]
@@ -105,3 +110,26 @@ def test_elevation_stops_at_the_first_failing_call(machine, mode, fault, reached
     machine.pkexec("#!/bin/sh\n", mode)
     expected = ABSENT + SAY + ELEVATE[:reached] + COMPLAIN
     assert calls(machine, SET_MONO, "ann", "-e", f"inject={fault}") == [*expected, "exit_group"]
+
+
+OPENED = {
+    "F": "O_RDONLY",
+    "F.tmp": "O_WRONLY|O_CREAT|O_TRUNC|O_CLOEXEC, 0644",
+    NORMAL: "O_RDONLY|O_CLOEXEC|O_DIRECTORY",
+    f"{NORMAL}/.": "O_RDONLY|O_CLOEXEC|O_DIRECTORY",
+    f"{NORMAL}/sub": "O_RDONLY|O_NOFOLLOW|O_CLOEXEC|O_DIRECTORY",
+    "T": "O_RDONLY|O_NONBLOCK|O_NOFOLLOW|O_CLOEXEC",
+}
+
+
+def test_opens_and_asks_for_no_more_than_it_needs(machine, cache):
+    cache.directory("normal/sub")
+    cache.put(FITS, "normal/m31.png", "normal/m33.png")
+    with strace(machine) as inside:
+        trace = inside.run(SET_MONO, env=HOME)[1] + inside.run(CLEAR, "ann", COLD, HOME)[1]
+    told = {(each.call.name, short(each.call.subject), each.words.rpartition(") =")[0]) for each in trace}
+    opened = {subject: words.partition('", ')[2] for name, subject, words in told if name == "openat"}
+    assert {subject: opened[subject] for subject in OPENED} == OPENED
+    assert [words.partition(">, ")[2] for name, _, words in told if name == "fadvise64"] == [
+        "0, 4096, POSIX_FADV_WILLNEED"
+    ]
