@@ -110,6 +110,13 @@ def test_ansible_fails_without_the_directory(machine, play, way):
     assert not machine.prefs.parent.exists()
 
 
+@pytest.mark.parametrize("way", ["ansible.builtin.command"], indirect=True)
+@pytest.mark.parametrize("options", [[], ["--check"]], ids=["run", "check mode"])
+def test_ansible_fails_without_the_tool(machine, play, options):
+    (machine.bin / "nebulark-ctl").unlink()
+    assert play(*options, status=FAILED) == 0
+
+
 @pytest.mark.parametrize("way", ["ansible.builtin.copy"], indirect=True)
 def test_ansible_with_force_false_makes_the_first_file_and_then_keeps_it(machine, play, way):
     assert play(added="    force: false\n") == 1
