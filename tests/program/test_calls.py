@@ -8,8 +8,9 @@ import re
 
 import pytest
 from cache import CACHE, CLEAR, FITS, HOME, PHOTO
+from machine import SET_MONO
 from texts import PATH
-from tracing import COUNTS_LINES, SANITIZED, Traced, strace
+from tracing import COLD, COUNTS_LINES, SANITIZED, Traced, strace
 
 MEMORY = {"brk", "getrandom", "mmap", "mprotect", "munmap"}
 STARTING = {"execve", "arch_prctl", "prlimit64", "rseq", "set_robust_list", "set_tid_address"}
@@ -37,8 +38,6 @@ def calls(machine, words: list[str], user: str, *options: str) -> list[str]:
     return [short(each) for each in told]
 
 
-SET_MONO = ["--set", "cfa=mono"]
-COLD = ["-e", "inject=preadv2:error=EAGAIN"]  # no thumbnail is in memory
 SAY, COMPLAIN = ["write stdout"], ["write stderr"]
 READ = ["openat F", "read F", "read F", "close F"]
 READ_DIRECTORY = ["openat F", "read F", "close F"]

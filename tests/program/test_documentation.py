@@ -4,12 +4,11 @@ import os
 import re
 import subprocess
 import xml.etree.ElementTree as ElementTree
-from collections.abc import Iterator
 
 import pytest
 
 from machine import ANN
-from page import MANUALS, PAGE
+from page import MANUALS, PAGE, marked, text
 from test_polkit import NO_SESSION, NOT_AUTHORIZED
 from transcripts import replay
 from vocabulary import SOURCES, Preference, commands, levels, preferences, stored_preferences, table
@@ -32,24 +31,6 @@ def page(built_page) -> ElementTree.Element:
 
 def section(page, heading: str) -> ElementTree.Element:
     return page.find(f".//*[@id='{heading}']/..")
-
-
-def text(element: ElementTree.Element) -> str:
-    """As a reader sees it: a line break is a blank, and hidden text is left out."""
-    return " ".join("".join(pieces(element)).split())
-
-
-def pieces(element) -> Iterator[str]:
-    if element.get("class") != "hidden":
-        yield element.text or ""
-        for child in element:
-            yield from pieces(child)
-            yield child.tail or ""
-
-
-def marked(element, *markup: str) -> list[str]:
-    """The texts of these classes, such as "Fl", mandoc's class for command line words."""
-    return [text(part) for part in element.iter() if part.get("class") in markup]
 
 
 # Names and words

@@ -5,11 +5,10 @@ import sys
 
 import pytest
 
-from machine import BECOME, EMULATOR, RUN_TOOL, TOOL, TRACED, entries, unless_emulated
+from machine import BECOME, EMULATOR, RUN_TOOL, SET_MONO, TOOL, TRACED, entries, unless_emulated
 from texts import CANNOT_WRITE, HINT, NOTICE, listing, stored
 
 NOT_CHANGED = (1, NOTICE, CANNOT_WRITE)
-SET_MONO = ["--set", "cfa=mono"]
 
 # A script's words begin with "/bin/sh /usr/bin/pkexec" instead of "pkexec".
 TELLS_ITS_WORDS = "#!/bin/sh\ncat /proc/$$/cmdline\n"

@@ -13,10 +13,10 @@ from typing import NamedTuple
 
 import pytest
 from cache import CACHE, CLEAR, FITS, HOME, Cache
-from machine import Machine, Outcome, entries
+from machine import SET_MONO, Machine, Outcome, entries
 from model import THUMBNAILS, Files, clear, set_mono, show
 from texts import stored
-from tracing import COUNTS_LINES, GLIBC, SANITIZED, Call, Traced, is_the_tools, strace
+from tracing import COLD, COUNTS_LINES, GLIBC, SANITIZED, Call, Traced, is_the_tools, strace
 
 NEVER_FAILS = "execve exit_group fcntl geteuid ioctl set_tid_address"
 LOOK_UP = "EACCES EIO ELOOP ENOENT ENOMEM ENOTDIR"
@@ -61,8 +61,6 @@ class Kind(NamedTuple):
 
 
 OLD = {"labelformat": "on"}
-SET_MONO = ["--set", "cfa=mono"]
-COLD = ["-e", "inject=preadv2:error=EAGAIN"]  # the kernel says that the cache is not in memory
 KINDS = {
     "a save": Kind(set_mono, SET_MONO, "root", dict(old=OLD)),
     "the first save": Kind(set_mono, SET_MONO, "root", dict(old=None)),

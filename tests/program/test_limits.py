@@ -5,12 +5,11 @@ import os
 
 import pytest
 from cache import CACHE, CLEAR, FITS, HOME, PHOTO, Cache, clearing, report, report_all
-from machine import EMULATOR, TOOL, Outcome, around, entries
+from machine import EMULATOR, SET_MONO, TOOL, Outcome, around, entries
 from png import chunk
 from texts import HINT, NOTICE, listing, shown, stored
 from tracing import GLIBC, SANITIZED
 
-SET_MONO = ["--set", "cfa=mono"]
 BAD_WORD = b"nebulark-ctl: cfa: expected auto, color or mono\n"
 
 

@@ -9,8 +9,8 @@ from pathlib import Path
 
 import pytest
 
-from machine import ANN, PROJECT, TOOL
-from page import MANUALS, PAGE
+from machine import ANN, PROJECT, SET_MONO, TOOL
+from page import MANUALS, PAGE, marked
 from test_polkit import ELSEWHERE, HERE_AND_NOW, INTERRUPTED, question
 from texts import HINT, NOTICE, listing, stored
 
@@ -26,10 +26,6 @@ def manual(built_page) -> ElementTree.Element:
 def shown(manual) -> list[str]:
     """All that the manual page offers to copy."""
     return ["".join(pre.itertext()) for pre in manual.iter("pre")]
-
-
-def marked(manual, markup: str) -> list[str]:
-    return ["".join(part.itertext()) for part in manual.iter() if part.get("class") == markup]
 
 
 def the_one(shown: list[str], word: str) -> str:
@@ -207,7 +203,7 @@ def rule(manual, shown, desk) -> Path:
 
 @pytest.mark.parametrize("session", [*ELSEWHERE.values(), HERE_AND_NOW], ids=[*ELSEWHERE, "at the machine"])
 def test_rule_lets_its_group_change_the_preferences(rule, desk, session):
-    assert desk.run(TOOL, "--set", "cfa=mono", session=session) == (0, CHANGED)
+    assert desk.run(TOOL, *SET_MONO, session=session) == (0, CHANGED)
 
 
 def narrow(manual, rule: Path):
@@ -218,9 +214,9 @@ def narrow(manual, rule: Path):
 @pytest.mark.parametrize("session", ELSEWHERE.values(), ids=ELSEWHERE.keys())
 def test_rule_with_further_conditions_leaves_others_to_the_password(manual, rule, desk, session):
     narrow(manual, rule)
-    assert desk.run(TOOL, "--set", "cfa=mono", session=session) == (INTERRUPTED, NOTICE + question())
+    assert desk.run(TOOL, *SET_MONO, session=session) == (INTERRUPTED, NOTICE + question())
 
 
 def test_rule_with_further_conditions_holds_at_the_machine(manual, rule, desk):
     narrow(manual, rule)
-    assert desk.run(TOOL, "--set", "cfa=mono", session=HERE_AND_NOW) == (0, CHANGED)
+    assert desk.run(TOOL, *SET_MONO, session=HERE_AND_NOW) == (0, CHANGED)

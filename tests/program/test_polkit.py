@@ -11,14 +11,13 @@ import subprocess
 
 import pytest
 
-from machine import TOOL
+from machine import SET_MONO, TOOL
 from desk import ACTION, INTERRUPT, PASSWORD, RUN_THE_COMMAND, START_AGENT
 from texts import CANNOT_WRITE, HINT, NOTICE, PATH, listing, stored
-from tracing import counts_lines
+from tracing import COUNTS_LINES
 
 MESSAGE = b"Authentication is required to change how Nebulark draws thumbnails, for every user of this machine."
 GENERAL_ACTION = b"org.freedesktop.policykit.exec"
-SET_MONO = ["--set", "cfa=mono"]
 
 
 def question(action=ACTION, message=MESSAGE):
@@ -148,9 +147,8 @@ def test_rule_that_says_yes_needs_no_password(desk):
     assert (desk.prefs.stat().st_uid, desk.prefs.stat().st_mode) == (0, 0o100644)
 
 
-def test_failing_second_run_leaves_no_file_that_the_user_may_write(desk, installed_tool):
-    if counts_lines(installed_tool):
-        pytest.skip("the line counts are files too")
+@pytest.mark.skipif(COUNTS_LINES, reason="the line counts are files too")
+def test_failing_second_run_leaves_no_file_that_the_user_may_write(desk):
     desk.rule("YES")
     desk.prefs.write_bytes(stored())
     # The second run gets her umask and limit: the kernel ends it when it writes.

@@ -5,7 +5,7 @@ import string
 
 import pytest
 
-from machine import ANN, TRACED, entries
+from machine import ANN, SET_MONO, TRACED, entries
 from texts import CANNOT_WRITE, COULD_NOT_WRITE, HINT, NOTICE, PATH, listing, shown, stored
 
 NEEDS_SUDO = b" (needs sudo to change)"
@@ -91,7 +91,7 @@ STATES = {
     "file as directory": ("rmdir $D; touch $D", "defaults fails", "defaults needs"),  # root can write that file
 }
 READ_ONLY = "mount -o remount,bind,ro /usr/share"
-VARIABLES = f"D=/usr/share/nebulark; F=$D/preferences.conf; READ_ONLY='{READ_ONLY}'; "
+VARIABLES = f"set -e; D=/usr/share/nebulark; F=$D/preferences.conf; READ_ONLY='{READ_ONLY}'; "
 
 
 @pytest.mark.parametrize("prepare, for_root, for_ann", STATES.values(), ids=STATES)
@@ -107,7 +107,7 @@ def test_file_is_read_and_saved_by_those_who_can(machine, user, prepare, for_roo
 
     prefs, prefs_tmp = (machine.prefs.parent.resolve() / path.name for path in (machine.prefs, machine.prefs_tmp))
     before = entries(machine.share)
-    run = machine.run("--set", "cfa=mono", user=user, script=script)
+    run = machine.run(*SET_MONO, user=user, script=script)
     after = entries(machine.share)
     changed = holds | {"cfa": "mono"}
     written = ("-rw-r--r--", {"root": 0, "ann": ANN}[user], stored(**changed))

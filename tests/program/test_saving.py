@@ -5,11 +5,9 @@ import signal
 
 import pytest
 
-from machine import ANN, EMULATOR, TRACED, around, entries, entry
+from machine import ANN, EMULATOR, SET_MONO, TRACED, around, entries, entry
 from texts import COULD_NOT_WRITE, HINT, PATH, listing, stored
 from tracing import COUNTS_LINES, SANITIZED, is_the_tools, strace
-
-SET_MONO = ["--set", "cfa=mono"]
 
 
 def check_saved(machine, run, **changed):

@@ -38,6 +38,7 @@ ANN = 1000  # an ordinary user: her user id and her only group
 BECOME: dict[str, list[str]] = {"root": [], "ann": f"setpriv --reuid={ANN} --regid={ANN} --clear-groups --".split()}
 
 PATHS = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}
+SET_MONO = ["--set", "cfa=mono"]
 # Under strace a sanitized tool cannot look for leaks.
 TRACED = {"ASAN_OPTIONS": "detect_leaks=0"}
 

@@ -13,13 +13,11 @@ import pytest
 from machine import BECOME, BUILT, EMULATOR, PATHS, SUPPORT, TOOL, TRACED, Machine, Outcome
 
 
-def counts_lines(tool: Path) -> bool:
-    return b"__gcov_init" in tool.read_bytes()
-
-
-COUNTS_LINES = counts_lines(BUILT)
+COUNTS_LINES = b"__gcov_init" in BUILT.read_bytes()
 SANITIZED = b"__asan_init" in BUILT.read_bytes()
 GLIBC = b"GLIBC_2" in BUILT.read_bytes()
+
+COLD = ["-e", "inject=preadv2:error=EAGAIN"]  # strace's option: the kernel says that no thumbnail is in memory
 
 
 # Other processors and C libraries have other names for the same call.
