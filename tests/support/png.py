@@ -15,13 +15,3 @@ def thumbnail(uri: str) -> bytes:
     header = chunk(b"IHDR", struct.pack(">IIBBBBB", 1, 1, 8, 6, 0, 0, 0)) + chunk(b"sBIT", b"\x08\x08\x08\x08")
     tags = chunk(b"tEXt", b"Thumb::URI\0" + uri.encode("latin-1")) + chunk(b"tEXt", b"Thumb::MTime\x001710201600")
     return SIGNATURE + header + tags + chunk(b"IDAT", zlib.compress(bytes(5))) + chunk(b"IEND")
-
-
-def chunks(png: bytes) -> list[tuple[bytes, bytes]]:
-    """The kind and data of each chunk."""
-    found, at = [], len(SIGNATURE)
-    while at < len(png):
-        length, kind = struct.unpack_from(">I4s", png, at)
-        found.append((kind, png[at + 8 : at + 8 + length]))
-        at += 12 + length
-    return found
