@@ -76,6 +76,11 @@ START_AGENT = ': "$(pkttyagent --process $$ --notify-fd 3 3>&1 >/dev/tty 2>&1 &)
 BECOME_THE_COMMAND = START_AGENT + 'exec "$@"'
 RUN_THE_COMMAND = START_AGENT + '"$@"; exit'
 
+RULE = f"""\
+polkit.addRule(function(action, subject) {{
+    if (action.id == "{ACTION.decode()}" && subject.user == "ann") return polkit.Result.%s;
+}});
+"""
 INTERRUPT = "\x03"
 
 
@@ -99,12 +104,6 @@ class Desk:
                 passwd.write(f"{name}:x:{user.pw_uid}:{user.pw_gid}::/:/usr/sbin/nologin\n")
                 group.write(f"{name}:x:{user.pw_gid}:\n")
 
-    def rule(self, result: str):
-        """Adds an administrator's rule for ann and the tool's action."""
-        condition = f'action.id == "{ACTION.decode()}" && subject.user == "ann"'
-        text = f"polkit.addRule(function(action, subject) {{ if ({condition}) return polkit.Result.{result}; }});\n"
-        write(self.rules / "10-nebulark.rules", text)
-
     def run(
         self,
         *command: str,
@@ -112,6 +111,7 @@ class Desk:
         shell=BECOME_THE_COMMAND,
         session: Mapping[str, str] = {},
         times=1,
+        rule="",
     ) -> tuple[int, bytes]:
         """Runs a command as ann. Returns its status and what the terminal showed, without colours.
 
@@ -119,7 +119,10 @@ class Desk:
         shell    starts the agent and the command, which is "$@"
         session  the seat ("" for none) of her session, and her state as a user; {} for no session
         times    how many times the command runs
+        rule     "YES" or "NO", if an administrator's rule says so about her and the tool's action
         """
+        if rule:
+            write(self.rules / "10-nebulark.rules", RULE % rule)
         boot = ["unshare", "--pid", "--fork", "--kill-child", "sh", "-c", BOOT, "sh", self.etc]
         login = [SESSION.format(user=ANN, **session), times, *IN_SESSION] if session else ["", times]
         # Tests in the background ignore Ctrl-C, and Python a file size limit. Ann ignores neither.
