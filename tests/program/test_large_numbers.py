@@ -31,18 +31,14 @@ def clear(machine, cache):
     return clear
 
 
-def only(number: int) -> range:
-    return range(number, number + 1)
-
-
 # Changes of the thumbnails, and what stat then prints. 32-bit times go from 1901 to 2038, or without a sign to 2106.
 CHANGES = {
-    "2 GiB": (f"{TMPFS}; truncate -s 2G *", "%s", only(1 << 31)),
-    "4 GiB and a byte": (f"{TMPFS}; truncate -s {(1 << 32) + 1} *", "%s", only((1 << 32) + 1)),
-    "2106": (f"{TMPFS}; touch -d @{1 << 32} . *", "%Y", only(1 << 32)),
-    "2038": (f"{TMPFS}; touch -d @{1 << 31} . *", "%Y", only(1 << 31)),
-    "1970": (f"{TMPFS}; touch -d @0 . *", "%Y", only(0)),
-    "1901": (f"{TMPFS}; touch -d @{-(1 << 31) - 1} . *", "%Y", only(-(1 << 31) - 1)),
+    "2 GiB": (f"{TMPFS}; truncate -s 2G *", "%s", {1 << 31}),
+    "4 GiB and a byte": (f"{TMPFS}; truncate -s {(1 << 32) + 1} *", "%s", {(1 << 32) + 1}),
+    "2106": (f"{TMPFS}; touch -d @{1 << 32} . *", "%Y", {1 << 32}),
+    "2038": (f"{TMPFS}; touch -d @{1 << 31} . *", "%Y", {1 << 31}),
+    "1970": (f"{TMPFS}; touch -d @0 . *", "%Y", {0}),
+    "1901": (f"{TMPFS}; touch -d @{-(1 << 31) - 1} . *", "%Y", {-(1 << 31) - 1}),
     "inode numbers": (OVERLAY, "%i", range(1 << 32, 1 << 64)),
 }
 

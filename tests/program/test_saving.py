@@ -78,6 +78,13 @@ def test_link_in_place_of_the_temporary_file_is_followed(machine):
     assert entry(saved)[1:] == ("-rw-r--r--", 0, stored(cfa="mono"))
 
 
+@pytest.mark.skipif(COUNTS_LINES, reason="the line counts are files too")
+def test_file_size_limit_with_an_ignored_signal_is_not_noticed(machine):
+    limited = "trap '' XFSZ; exec prlimit --fsize=100 \"$@\""
+    assert machine.run(*SET_MONO, script=limited) == (0, listing(cfa="mono") + HINT, b"")
+    assert machine.prefs.read_bytes() == stored(cfa="mono")[:100]
+
+
 @pytest.mark.skipif(COUNTS_LINES, reason="the line counts add calls")
 def test_killed_at_any_call_a_save_leaves_the_old_file_or_the_new_one(machine):
     left = stored()
