@@ -30,7 +30,8 @@ def test_nebularks_thumbnails_of_desktop_programs_are_deleted(cache, drawn_now):
     gone, kept = NEBULARKS, names(SAMPLES / "thumbnails") - NEBULARKS
     if drawn_now:
         gone = gone - {"normal/a0966370"}  # Qt's
-        subprocess.run([SAMPLES / "draw.py", cache.machine.home, "tumbler", "gnome", "imagemagick"], check=True)
+        draw = [SAMPLES / "draw.py", cache.machine.home, "tumbler", "gnome", "imagemagick"]
+        subprocess.run(draw, check=True, timeout=60)
     else:
         shutil.copytree(SAMPLES / "thumbnails", cache.path)
     for path in cache.machine.ann.rglob("*"):

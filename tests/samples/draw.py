@@ -28,7 +28,7 @@ MTIME = 1710201600
 THUMBNAILER = """\
 [Thumbnailer Entry]
 Exec=/usr/bin/convert fits:%i -thumbnail %sx%s png:%o
-MimeType=application/fits;
+MimeType=application/fits;image/fits;
 """
 
 

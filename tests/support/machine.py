@@ -74,7 +74,6 @@ class Machine:
         *words: str | bytes,
         user: str = "root",
         env: Mapping = {},
-        stdin: bytes = b"",
         script: str = 'exec "$@"',
         tool: Sequence[str | bytes] = RUN_TOOL,
     ) -> Outcome:
@@ -89,7 +88,7 @@ class Machine:
         """
         variables = [b"=".join(map(os.fsencode, pair)) for pair in env.items()]
         command: list[str | bytes] = [*BECOME[user], "env", "-i", *variables, *tool, *words]
-        done = sandbox(self.root, "sh", "-c", script, "sh", *command, input=stdin)
+        done = sandbox(self.root, "sh", "-c", script, "sh", *command, input=b"")
         return Outcome(done.returncode, done.stdout, done.stderr)
 
 
