@@ -120,4 +120,4 @@ def test_no_parents_of_the_directory_are_made(machine):
         outcome, calls = inside.run(SET_MONO, options=["-e", "inject=mkdir,mkdirat:error=ENOENT"])
     assert outcome == (0, listing(cfa="mono") + HINT, b"")
     made = [each.call.subject for each in calls if each.call.name == "mkdir"]
-    assert made == ["/usr/share/nebulark"]
+    assert [path for path in made if path.startswith("/usr")] == ["/usr/share/nebulark"]  # line counts make others
