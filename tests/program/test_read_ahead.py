@@ -11,6 +11,7 @@ from tracing import GLIBC, SANITIZED, strace
 FILES = 1000
 BATCH = 64
 COLD = "error=EAGAIN"  # the answer for a head that is not in memory
+# A sign for each call: a head is probed, or asked for, or its file judged.
 HINTS = {"preadv2": "?", "fadvise64": "!"}
 SIGNS = HINTS | {"pread64": "."}
 
