@@ -1,14 +1,13 @@
 """The command word, and the words after it."""
 
-import re
 import subprocess
 
 import pytest
 
 from cache import CLEAR, HOME, PHOTO, report, report_all
 from machine import unless_emulated
-from texts import USAGE, shown
-from vocabulary import preferences
+from texts import DEFAULTS, USAGE, shown
+from vocabulary import WORDS
 
 LONG = "x" * 100 * 1024
 
@@ -24,8 +23,10 @@ def test_help_goes_to_standard_error_and_is_a_success(machine, word, further):
 
 
 def test_usage_names_every_preference_and_its_words(machine):
-    named = [f"{name}={'|'.join(known.words)}" for name, known in preferences(machine).items()]
-    assert re.findall(r"[a-z]+=\S+", USAGE.decode()) == named
+    assert list(WORDS) == list(DEFAULTS)
+    for name, (*words, last) in WORDS.items():
+        message = f"nebulark-ctl: {name}: expected {', '.join(words)} or {last}\n"
+        assert machine.run("--set", f"{name}=") == (2, b"", message.encode())
 
 
 @pytest.mark.parametrize("further", [[], ["--help", LONG]], ids=["alone", "further words"])

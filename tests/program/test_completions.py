@@ -8,9 +8,9 @@ import pexpect
 import pytest
 
 from machine import PROJECT
-from vocabulary import commands, preferences
+from texts import DEFAULTS
+from vocabulary import COMMANDS, WORDS
 
-TAB = "\t"
 BACK = "\x02"  # one character to the left
 SHOW = "\x18\x10"  # in the shells below: shows the line, and empties it
 READY = "The shell is ready."
@@ -75,10 +75,9 @@ class Fish:
         self.env = env
 
     def offers(self, typed: str) -> list[str]:
-        command = ["/usr/bin/fish", "--command", "complete --do-complete $argv[1]", typed]
-        done = subprocess.run(command, env=self.env, cwd=self.env["HOME"], capture_output=True, text=True, timeout=60)
-        assert (done.returncode, done.stderr) == (0, "")
-        return [line.split("\t")[0] for line in done.stdout.splitlines()]
+        command = ["/usr/bin/fish", "--command", "cd; complete --do-complete $argv[1]", typed]
+        said = subprocess.check_output(command, env=self.env, stderr=subprocess.STDOUT, text=True, timeout=60)
+        return [line.split("\t")[0] for line in said.splitlines()]
 
 
 @pytest.fixture(scope="module")
@@ -114,119 +113,75 @@ def shell(request, environment):
     editor.terminal.close(force=True)
 
 
-def only(*names: str):
-    """Runs a test in these shells only."""
-    return pytest.mark.parametrize("shell", names, indirect=True)
+def but(*taken: str) -> list[str]:
+    """The other names."""
+    return [name for name in WORDS if name not in taken]
 
 
-def check(shell, typed: str, expected):
-    """Compares names without their equals sign, and values without their name, which bash does not replace. The order
-    must be the tool's, except in fish, which sorts some words."""
-    offered = [word.rstrip("=").rpartition("=")[2] for word in shell.offers(typed)]
-    if isinstance(shell, Fish):
-        offered, expected = sorted(offered), sorted(expected)
-    assert offered == list(expected)
+# The order is the tool's. Names are without their equals sign here, and values without their name, which bash does not
+# replace.
+OFFERED = {
+    "": COMMANDS,
+    "--": COMMANDS,
+    "--set ": but(),
+    "--set label": ["labelformat", "labelcorner"],
+    "--set cfa": ["cfa"],
+    **{f"--set {name}=": words for name, words in WORDS.items()},
+    "--set labelcorner=bottom": ["bottomleft", "bottomright"],
+    "--set brightness=d": ["darker"],
+    "--set cfa=mono cfa=": WORDS["cfa"],
+    "--set CFA=": WORDS["cfa"],
+    "--set x Cfa=": WORDS["cfa"],
+    "--set cfa=mono ": but("cfa"),
+    "--set cfa=mono brightness=darker ": but("cfa", "brightness"),
+    "--set CFA=Mono ": but("cfa"),
+    "--set cfa= ": but("cfa"),
+    "--set labelformat=on labelcorner=mid ": but("labelformat", "labelcorner"),
+    "--clear-thumb-cache ": ["--all"],
+    "--clear-thumb-cache --": ["--all"],
+    **{typed: [] for typed in ["--set nothing=", "--set autostretches=", "--set x", "x", "--prefs --set "]},
+    **{typed: [] for typed in ["--prefs ", "--prefs cfa=", "--unknown "]},
+    **{f"--clear-thumb-cache {typed}": [] for typed in ["--all ", "cfa="]},
+    "--set " + "".join(f"{name}={word} " for name, word in DEFAULTS.items()): [],
+}
 
 
-@pytest.mark.parametrize("typed", ["", "--"])
-@pytest.mark.parametrize("before", ["", "sudo "])
-def test_commands_are_offered_first(shell, machine, before, typed):
-    check(shell, f"{before}nebulark-ctl {typed}", commands(machine))
+@pytest.mark.parametrize("typed", OFFERED)
+def test_what_fits_is_offered(shell, typed):
+    offered = [word.rstrip("=").rpartition("=")[2] for word in shell.offers(f"nebulark-ctl {typed}")]
+    fish_sorts = isinstance(shell, Fish) and OFFERED[typed] == COMMANDS
+    assert offered == (sorted(COMMANDS) if fish_sorts else OFFERED[typed])
 
 
-@pytest.mark.parametrize("before", ["", "sudo "])
-def test_names_are_offered_after_set(shell, machine, before):
-    check(shell, f"{before}nebulark-ctl --set ", preferences(machine))
-
-
-@pytest.mark.parametrize("typed, names", [("label", ["labelformat", "labelcorner"]), ("cfa", ["cfa"])])
-def test_names_that_begin_as_typed_are_offered(shell, typed, names):
-    check(shell, f"nebulark-ctl --set {typed}", names)
-
-
-def test_values_are_offered_after_each_name(shell, machine):
-    for name, preference in preferences(machine).items():
-        check(shell, f"nebulark-ctl --set {name}=", preference.words)
-        for begun in {word[:-1] for word in preference.words}:
-            fitting = [word for word in preference.words if word.startswith(begun)]
-            check(shell, f"sudo nebulark-ctl --set {name}={begun}", fitting)
-
-
-@pytest.mark.parametrize("typed", ["cfa=mono cfa=", "CFA=", "x Cfa="])
-def test_values_are_offered_for_a_name_that_is_repeated_or_in_capitals(shell, typed):
-    check(shell, f"nebulark-ctl --set {typed}", ["auto", "color", "mono"])
-
-
-@pytest.mark.parametrize(
-    "assigned", ["cfa=mono", "cfa=mono brightness=darker", "CFA=Mono", "cfa=", "labelformat=on labelcorner=mid"]
-)
-def test_names_are_not_offered_twice(shell, machine, assigned):
-    taken = [word.partition("=")[0].lower() for word in assigned.split()]
-    check(shell, f"nebulark-ctl --set {assigned} ", [name for name in preferences(machine) if name not in taken])
-
-
-def test_no_name_is_left_when_all_are_assigned(shell, machine):
-    assigned = [f"{name}={preference.default}" for name, preference in preferences(machine).items()]
-    check(shell, f"nebulark-ctl --set {' '.join(assigned)} ", [])
-
-
-@pytest.mark.parametrize("typed", ["", "--"])
-def test_all_is_offered_right_after_clearing(shell, typed):
-    check(shell, f"nebulark-ctl --clear-thumb-cache {typed}", ["--all"])
-
-
-@pytest.mark.parametrize(
-    "words",
-    [
-        "--clear-thumb-cache --all ",
-        "--clear-thumb-cache --verbose ",
-        "--prefs ",
-        "--version ",
-        "--help ",
-        "--unknown ",
-        "--prefs --set ",
-        "--prefs cfa=",
-        "--clear-thumb-cache cfa=",
-        "--set nothing=",
-        "--set autostretches=",
-        "--set x",
-        "x",
-    ],
-)
-def test_nothing_is_offered_if_nothing_fits(shell, words):
-    check(shell, f"nebulark-ctl {words}", [])
+@pytest.mark.parametrize("typed", ["", "--set ", "--set cfa="])
+def test_the_same_is_offered_after_sudo(shell, typed):
+    offered = shell.offers(f"nebulark-ctl {typed}")
+    assert sorted(shell.offers(f"sudo nebulark-ctl {typed}")) == sorted(offered) != []
 
 
 COMPLETED = {
     "nebulark-ctl \t": "nebulark-ctl --",
-    "nebulark-ctl --s\t": "nebulark-ctl --set ",
-    "nebulark-ctl --set b\t": "nebulark-ctl --set brightness=",
-    "nebulark-ctl --set brightness=\t": "nebulark-ctl --set brightness=",
-    "nebulark-ctl --set brightness=d\t": "nebulark-ctl --set brightness=darker ",
     "nebulark-ctl --set labelcorner=b\t": "nebulark-ctl --set labelcorner=bottom",
     "nebulark-ctl --set LabelCorner=b\t": "nebulark-ctl --set LabelCorner=bottom",
     "nebulark-ctl --c\t\t": "nebulark-ctl --clear-thumb-cache --all ",
     "nebulark-ctl --se\tbr\td\tcf\tm\tlabelf\tof\t": "nebulark-ctl --set brightness=darker cfa=mono labelformat=off ",
-    "nebulark-ctl --set b cfa=mono" + BACK * 9 + TAB: "nebulark-ctl --set brightness= cfa=mono",
-    "nebulark-ctl --set c cfa=mono" + BACK * 9 + TAB: "nebulark-ctl --set c cfa=mono",
+    "nebulark-ctl --set b cfa=mono" + BACK * 9 + "\t": "nebulark-ctl --set brightness= cfa=mono",
+    "nebulark-ctl --set c cfa=mono" + BACK * 9 + "\t": "nebulark-ctl --set c cfa=mono",
 }
 
 
-@only(*EDITORS)
 @pytest.mark.parametrize("keys", COMPLETED, ids=repr)
+@pytest.mark.parametrize("shell", EDITORS, indirect=True)
 def test_keys_complete_the_line(shell, keys):
     assert shell.line(keys) == COMPLETED[keys]
 
 
-@only("bash", "bash, = breaking no words")
+@pytest.mark.parametrize("shell", ["bash", "bash, = breaking no words"], indirect=True)
 def test_bash_does_not_repeat_the_equals_sign_after_the_cursor(shell):
-    assert shell.line("nebulark-ctl --set bri=dim" + BACK * 4 + TAB) == "nebulark-ctl --set brightness=dim"
+    assert shell.line("nebulark-ctl --set bri=dim" + BACK * 4 + "\t") == "nebulark-ctl --set brightness=dim"
 
 
-@only("fish")
-def test_fish_replaces_whole_words_and_keeps_their_order(shell, machine):
-    known = preferences(machine)
-    assert shell.offers("nebulark-ctl --set ") == [f"{name}=" for name in known]
-    assert shell.offers("nebulark-ctl --set cfa=") == [f"cfa={word}" for word in known["cfa"].words]
-    assert shell.offers("nebulark-ctl --set autostretch=") == ["autostretch=on", "autostretch=off"]
+@pytest.mark.parametrize("shell", ["fish"], indirect=True)
+def test_fish_replaces_whole_words(shell):
     assert shell.offers("nebulark-ctl --set labelf") == ["labelformat="]
+    assert shell.offers("nebulark-ctl --set cfa=m") == ["cfa=mono"]
