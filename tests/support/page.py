@@ -3,26 +3,18 @@ pages are in the same directory, as man reads them and as HTML."""
 
 import os
 import xml.etree.ElementTree as ElementTree
-from collections.abc import Iterator
 from pathlib import Path
 
 from machine import BUILT
 
 PAGE = Path(os.environ.get("NEBULARK_PAGE", BUILT.parent / "docs/index.html"))
 MANUALS = [PAGE.with_name(name) for name in ("nebulark-ctl.1", "nebulark-preferences.5")]
+PAGES = [PAGE, *(manual.with_name(f"{manual.name}.html") for manual in MANUALS)]
 
 
 def text(element: ElementTree.Element) -> str:
-    """As a reader sees it: a line break is a blank, and hidden text is left out."""
-    return " ".join("".join(pieces(element)).split())
-
-
-def pieces(element) -> Iterator[str]:
-    if element.get("class") != "hidden":
-        yield element.text or ""
-        for child in element:
-            yield from pieces(child)
-            yield child.tail or ""
+    """As a reader sees it: a line break is a blank."""
+    return " ".join("".join(element.itertext()).split())
 
 
 def marked(element, *markup: str) -> list[str]:
