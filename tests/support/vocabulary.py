@@ -2,7 +2,6 @@
 
 import re
 
-from machine import Machine
 from texts import USAGE, listing, stored
 
 COMMANDS = re.findall(r"(?<=\s)--[a-z-]+", USAGE.decode())
@@ -14,8 +13,3 @@ LEVELS = {word: re.search(rb"background (.+)\)", listing(brightness=word))[1].de
 def in_file(name: str, word: str) -> str:
     """How the file spells this word of the command line."""
     return re.search(rf"^{name}=(\w+)$", stored(**{name: word}).decode(), re.MULTILINE)[1]
-
-
-def levels(machine: Machine) -> dict[str, str]:
-    """The target background of each brightness, as the listing writes it."""
-    return LEVELS
