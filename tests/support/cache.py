@@ -82,6 +82,6 @@ def snapshot(top: Path) -> dict[str, tuple[int, ...]]:
     for directory, subdirectories, others, fd in os.fwalk(top):
         for name in (*subdirectories, *others):
             status = os.lstat(name, dir_fd=fd)
-            of_a_file = (status.st_nlink, status.st_size, status.st_mtime_ns) * (not stat.S_ISDIR(status.st_mode))
+            of_a_file = (status.st_size, status.st_mtime_ns) * (not stat.S_ISDIR(status.st_mode))
             found[f"{directory}/{name}"[len(f"{top}/") :]] = (status.st_mode, status.st_uid, status.st_ino, *of_a_file)
     return found
