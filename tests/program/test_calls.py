@@ -116,7 +116,7 @@ ASKED = {
 }
 
 
-def test_opens_and_asks_for_no_more_than_it_needs(machine, cache):
+def test_opens_and_asks_for_no_more_than_it_needs_and_by_descriptor(machine, cache):
     cache.directory("normal/sub")
     cache.put(FITS, "normal/m31.png", "normal/m33.png")
     with strace(machine) as inside:
@@ -126,3 +126,5 @@ def test_opens_and_asks_for_no_more_than_it_needs(machine, cache):
     assert {each for each in opened if each[0] in OPENED} == set(OPENED.items())
     hints = {(name, words.partition(">, ")[2]) for name, _, words in told if name in ASKED}
     assert hints == set(ASKED.items())
+    by_path = {subject for _, subject, words in told if not re.match(r"\d+<", words)}
+    assert not [subject for subject in by_path if subject == "T" or subject.startswith(f"{NORMAL}/")]

@@ -57,7 +57,7 @@ class Cache:
         path.chmod(mode)
         return path
 
-    def put(self, content: bytes, *names: str):
+    def put(self, content: bytes, *names: str | Path):
         """Makes files, and the directories that they need, for ann."""
         for path in map(self.at, names):
             if not path.parent.exists():
