@@ -1,11 +1,8 @@
 """--clear-thumb-cache on sizes, times and inode numbers of more than 32 bits, and on more than 65,535 files."""
 
 import pytest
-from cache import CACHE, CLEAR, FITS, HOME, PHOTO, clearing, report, report_all
+from cache import CACHE, CLEAR, FITS, HOME, ON_TMPFS, PHOTO, clearing, report, report_all
 from machine import around
-
-# A file system that takes every size and time.
-TMPFS = f"mount -t tmpfs tmpfs /mnt; cp -a /home/ann /mnt; mount --move /mnt /home; cd {CACHE}/normal"
 
 # An overlay of two file systems marks the inode numbers of the lower one in their highest bits.
 OVERLAY = f"""
@@ -33,12 +30,12 @@ def clear(machine, cache):
 
 # Changes of the thumbnails, and what stat then prints. 32-bit times go from 1901 to 2038, or without a sign to 2106.
 CHANGES = {
-    "2 GiB": (f"{TMPFS}; truncate -s 2G *", "%s", {1 << 31}),
-    "4 GiB and a byte": (f"{TMPFS}; truncate -s {(1 << 32) + 1} *", "%s", {(1 << 32) + 1}),
-    "2106": (f"{TMPFS}; touch -d @{1 << 32} . *", "%Y", {1 << 32}),
-    "2038": (f"{TMPFS}; touch -d @{1 << 31} . *", "%Y", {1 << 31}),
-    "1970": (f"{TMPFS}; touch -d @0 . *", "%Y", {0}),
-    "1901": (f"{TMPFS}; touch -d @{-(1 << 31) - 1} . *", "%Y", {-(1 << 31) - 1}),
+    "2 GiB": (f"{ON_TMPFS}; truncate -s 2G *", "%s", {1 << 31}),
+    "4 GiB and a byte": (f"{ON_TMPFS}; truncate -s {(1 << 32) + 1} *", "%s", {(1 << 32) + 1}),
+    "2106": (f"{ON_TMPFS}; touch -d @{1 << 32} . *", "%Y", {1 << 32}),
+    "2038": (f"{ON_TMPFS}; touch -d @{1 << 31} . *", "%Y", {1 << 31}),
+    "1970": (f"{ON_TMPFS}; touch -d @0 . *", "%Y", {0}),
+    "1901": (f"{ON_TMPFS}; touch -d @{-(1 << 31) - 1} . *", "%Y", {-(1 << 31) - 1}),
     "inode numbers": (OVERLAY, "%i", range(1 << 32, 1 << 64)),
 }
 
@@ -57,6 +54,6 @@ LINK = f"for n in range({MANY}): os.link('m31.png', f'm{{n}}'); os.link('harbour
 
 @clearing(report(MANY + 1, MANY + 1), report_all(2 * MANY + 2))
 def test_more_than_65535_files_are_counted(clear, words, result):
-    prepare = f'{TMPFS}; mount -o remount,nr_inodes=0 /home; /usr/bin/python3 -c "import os\n{LINK}"'
+    prepare = f'{ON_TMPFS}; mount -o remount,nr_inodes=0 /home; /usr/bin/python3 -c "import os\n{LINK}"'
     outcome, there = clear(*words, prepare=prepare)
     assert (outcome, len(there)) == (result, 0 if words else MANY + 1)

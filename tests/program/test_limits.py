@@ -4,8 +4,8 @@ import bisect
 import os
 
 import pytest
-from cache import CACHE, CLEAR, FITS, HOME, PHOTO, Cache, clearing, report, report_all
-from machine import EMULATOR, SET_MONO, TOOL, Outcome, around, entries
+from cache import CACHE, CLEAR, FITS, HOME, ON_TMPFS, PHOTO, Cache, clearing, report, report_all
+from machine import EMULATOR, SET_MONO, TOOL, Outcome, around
 from png import chunk
 from texts import HINT, NOTICE, listing, shown, stored
 from tracing import GLIBC, SANITIZED
@@ -17,12 +17,6 @@ def fill(machine):
     machine.prefs.write_bytes(stored(labelformat="on"))
     Cache(machine).put(FITS, "normal/m31.png")
     Cache(machine).put(PHOTO, "normal/harbour.png")
-    return machine
-
-
-@pytest.fixture
-def filled(machine):
-    return fill(machine)
 
 
 def state(machine) -> tuple[bytes, set[str], set[str]]:
@@ -53,30 +47,12 @@ EACH_RUN = pytest.mark.parametrize("words, user, outcome, after", RUNS.values(),
 @pytest.mark.usefixtures("polkit")
 @EACH_RUN
 @pytest.mark.parametrize("closed", ["0", "1", "2", "01", "02", "12", "012"])
-def test_closed_standard_streams_lose_only_their_output(filled, closed, words, user, outcome, after):
+def test_closed_standard_streams_lose_only_their_output(machine, closed, words, user, outcome, after):
     # The files that the tool opens get the numbers of the closed streams.
+    fill(machine)
     heard = outcome._replace(out=outcome.out * ("1" not in closed), err=outcome.err * ("2" not in closed))
     script = 'exec "$@" ' + " ".join(f"{stream}>&-" for stream in closed)
-    assert (filled.run(*words, user=user, env=HOME, script=script), state(filled)) == (heard, after)
-
-
-@pytest.mark.parametrize("closed", ["2>&-", "1>&- 2>&-", "0>&- 1>&- 2>&-"])
-def test_message_of_a_failing_save_does_not_end_up_in_a_file(machine, closed):
-    # The save fails at its last step, when the temporary file is complete.
-    machine.prefs.mkdir()
-    assert machine.run(*SET_MONO, script=f'exec "$@" {closed}') == (1, b"", b"")
-    contents = {path: each.content for path, each in entries(machine.prefs.parent).items()}
-    assert contents == {machine.prefs: None, machine.prefs_tmp: stored(cfa="mono")}
-
-
-@pytest.mark.usefixtures("polkit")
-@EACH_RUN
-def test_closed_pipe_ends_the_tool_after_the_work(filled, words, user, outcome, after):
-    to_nobody = 'mkfifo /home/pipe; exec 3<>/home/pipe 4>/home/pipe 3>&-; exec "$@" >&4 4>&-'
-    expected = (Outcome(-13, b"", b""), after) if outcome.out else (outcome, after)
-    if outcome.out.startswith(NOTICE):
-        expected = (Outcome(-13, b"", b""), BEFORE)  # the notice is written before the work
-    assert (filled.run(*words, user=user, env=HOME, script=to_nobody), state(filled)) == expected
+    assert (machine.run(*words, user=user, env=HOME, script=script), state(machine)) == (heard, after)
 
 
 # Memory
@@ -98,7 +74,8 @@ def test_with_little_memory_the_work_is_done_wholly_or_not_at_all(machine, name)
     words, user, outcome, after = RUNS[name]
 
     def does_the_work(kib: int) -> bool:
-        run = fill(machine).run(*words, user=user, env=HOME, tool=memory(kib))
+        fill(machine)
+        run = machine.run(*words, user=user, env=HOME, tool=memory(kib))
         if run.status < 0 or run.status == 127:  # out of memory, or not even started
             assert (run.out, state(machine)) == (b"", BEFORE), (kib, run)
             return False
@@ -112,13 +89,9 @@ def test_with_little_memory_the_work_is_done_wholly_or_not_at_all(machine, name)
 
 
 @COUNTABLE
-@pytest.mark.parametrize("name", ["prefs", "save"])
-def test_preferences_larger_than_memory_are_read_line_by_line(filled, name):
-    words, user, outcome, after = RUNS[name]
-    big = (b"#" * 63 + b"\n") * (1 << 20) + BEFORE[0]
-    filled.prefs.write_bytes(big)
-    run = filled.run(*words, user=user, tool=memory(60_000_000 >> 10))
-    assert (run, state(filled)) == (outcome, (big if name == "prefs" else after[0], *after[1:]))
+def test_preferences_larger_than_memory_are_read_line_by_line(machine):
+    machine.prefs.write_bytes((b"#" * 63 + b"\n") * (1 << 20) + stored(labelformat="on"))
+    assert machine.run("--prefs", tool=memory(60_000_000 >> 10)) == (0, shown(labelformat="on"), b"")
 
 
 @COUNTABLE
@@ -175,37 +148,35 @@ def test_text_too_long_for_memory_ends_the_reading_of_its_file_only(machine, cac
 
 
 @EACH_RUN
-def test_three_free_descriptors_are_enough(filled, words, user, outcome, after):
+def test_three_free_descriptors_are_enough(machine, words, user, outcome, after):
+    fill(machine)
     if outcome.out.startswith(NOTICE):
-        (filled.bin / "pkexec").symlink_to("true")
+        (machine.bin / "pkexec").symlink_to("true")
         outcome, after = Outcome(0, NOTICE + listing(labelformat="on"), b""), BEFORE
-    run = filled.run(*words, user=user, env=HOME, script='ulimit -n 6; exec "$@"')
-    assert (run, state(filled)) == (outcome, after)
+    run = machine.run(*words, user=user, env=HOME, script='ulimit -n 6; exec "$@"')
+    assert (run, state(machine)) == (outcome, after)
 
 
 LEVELS = 5000  # more than any path can name
-DEEP = """
-import os, sys
-os.makedirs(sys.argv[1])
-os.chdir(sys.argv[1])
-for level in range(int(sys.argv[2]) + 1):
-    if level > 0:
-        os.mkdir("d")
-        os.chdir("d")
-    for name, content in zip("mh", sys.argv[3:]):
-        with open(name, "wb") as file:
-            file.write(bytes.fromhex(content))
+DIG = f"""
+import os
+for level in range({LEVELS}):
+    os.mkdir("d")
+    for name in ("m", "h"):
+        os.link(name, "d/" + name)
+    os.chdir("d")
 """
 
 
 @pytest.mark.parametrize("descriptors, opened", [(1024, 1021), (8192, LEVELS + 1)])
 @clearing(False, True)
-def test_descriptors_and_not_the_stack_limit_the_depth(machine, descriptors, opened, words, result):
-    # Every level takes a descriptor, and judging a file one more. Deeper files are skipped. On a file system that ends
-    # with the run: outside, the paths would be too long to remove.
+def test_descriptors_and_not_the_stack_limit_the_depth(machine, cache, descriptors, opened, words, result):
+    # Every level takes a descriptor, and judging a file one more. Deeper files are skipped.
+    cache.put(FITS, "normal/m")
+    cache.put(PHOTO, "normal/h")
     prepare = f"""
-        mount -t tmpfs tmpfs /home
-        /usr/bin/python3 -c '{DEEP}' {CACHE}/normal {LEVELS} {FITS.hex()} {PHOTO.hex()}
+        {ON_TMPFS}
+        /usr/bin/python3 -c '{DIG}'
         set -- prlimit --stack=262144 --nofile={descriptors} "$@"
     """
     look = f"find {CACHE}/normal -type f -printf '%d %f\\n' >/usr/share/survivors"

@@ -13,6 +13,8 @@ PHOTO = png.thumbnail("file:///home/ann/Pictures/harbour.jpg")
 
 CACHE = "/home/ann/.cache/thumbnails"  # as the tool sees it
 HOME = {"HOME": "/home/ann"}
+# Moves all to a file system that takes every size, time and depth, and ends with the run.
+ON_TMPFS = f"mount -t tmpfs tmpfs /mnt; cp -a /home/ann /mnt; mount --move /mnt /home; cd {CACHE}/normal"
 CLEAR = ["--clear-thumb-cache"]
 
 
