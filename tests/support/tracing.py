@@ -95,13 +95,11 @@ class Strace:
     ) -> subprocess.Popen[bytes]:
         if EMULATOR:
             pytest.skip("under qemu strace shows the calls of qemu")
-        strace = ["/usr/bin/strace", "-y", "-s", "0", "-o", str(self.trace), *options]
+        strace = [*self.inside, "/usr/bin/strace", "-y", "-s", "0", "-o", str(self.trace), *options]
         variables = [f"{name}={value}" for name, value in {**TRACED, **env}.items()]
-        return self.spawn(*strace, *BECOME[user], "env", "-i", *variables, TOOL, *words)
-
-    def spawn(self, *command: str) -> subprocess.Popen[bytes]:
+        command = [*strace, *BECOME[user], "env", "-i", *variables, TOOL, *words]
         both = subprocess.PIPE
-        return subprocess.Popen([*self.inside, *command], env=PATHS, cwd="/", stdout=both, stderr=both, umask=0o077)
+        return subprocess.Popen(command, env=PATHS, cwd="/", stdout=both, stderr=both, umask=0o077)
 
     def run(self, *how, **more) -> tuple[Outcome, list[Traced]]:
         """Like start(), and waits for the end."""
