@@ -79,7 +79,6 @@ CHANGES = {
         files, lambda cache, path: path.write_bytes(b"may be deleted instead of a judged one")
     ),
     "directories become files": replace(directories, lambda cache, path: path.write_bytes(PHOTO)),
-    "directories become pipes": replace(directories, lambda cache, path: os.mkfifo(path)),
     "directories become links": replace(directories, lambda cache, path: path.symlink_to("/home/ann/Pictures")),
     "directories become others": replace(directories, put_others),
 }
