@@ -77,6 +77,14 @@ def test_files_are_deleted_in_the_order_of_the_listing(cache):
     assert (outcome, deleted) == (report(60), [f"{CACHE}/normal/{name}" for name in listed])
 
 
+@clearing((report(1, 1), {"normal/400"}), (report_all(2), {"normal/400", "normal/200"}))
+def test_file_that_cannot_be_read_is_left_and_one_that_cannot_be_written_deleted(cache, words, result):
+    for mode in (0o400, 0o200):
+        cache.put(FITS, f"normal/{mode:o}")
+        cache.at(f"normal/{mode:o}").chmod(mode)
+    assert cache.clear(*words) == result
+
+
 @clearing((report(1, 1), "harbour.png\n"), (report_all(2), ""))
 def test_file_system_mounted_in_the_cache_is_cleared_too(machine, cache, words, result):
     cache.directory("normal/app")
