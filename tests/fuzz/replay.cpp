@@ -1,9 +1,10 @@
-// Runs every target with every input of its corpus, as a test with the name of the file.
+// Runs every target with every input of its corpus and with the texts near it, as a test with the name of the file.
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,25 @@ namespace {
 
 using Target = void (*)(std::string_view);
 
+// The text; and the text cut short, with a byte inserted, removed or changed, at every place.
+std::vector<std::string> texts_near(const std::string& text) {
+  std::vector<std::string> texts{text};
+  for (std::size_t place = 0; place <= text.size(); ++place) {
+    texts.push_back(text.substr(0, place));
+    for (const char inserted : {'~', ' ', '\n', '='})
+      texts.push_back(std::string(text).insert(place, 1, inserted));
+  }
+  for (std::size_t place = 0; place < text.size(); ++place) {
+    texts.push_back(std::string(text).erase(place, 1));
+    const char byte = text[place]; // a letter's other case is 0x20 away
+    for (const int changed : {byte ^ 0x20, byte ^ 0x80, byte + 1, byte - 1, 0, 0x7E})
+      texts.push_back(std::string(text).replace(place, 1, 1, static_cast<char>(changed)));
+  }
+  return texts;
+}
+
+bool is_small(std::string_view text) { return text.size() < 256 && text.find("~GAP") == std::string_view::npos; }
+
 class Replay : public testing::Test {
 public:
   Replay(Target target, std::filesystem::path input) : target_(target), input_(std::move(input)) {}
@@ -22,7 +42,9 @@ public:
   void TestBody() override {
     std::ifstream file(input_, std::ios::binary);
     ASSERT_TRUE(file);
-    target_(std::string(std::istreambuf_iterator<char>(file), {}));
+    const std::string input(std::istreambuf_iterator<char>(file), {});
+    for (const std::string& text : is_small(input) ? texts_near(input) : std::vector{input})
+      ASSERT_NO_THROW(target_(text)) << testing::PrintToString(text);
   }
 
 private:
