@@ -2,8 +2,7 @@
 
 #include <string>
 
-#include "plain_preferences.h"
-#include "prefs/preferences.h"
+#include "prefs/plain_preferences.h"
 #include "targets.h"
 
 namespace nebulark {

@@ -1,46 +1,34 @@
 #include "prefs/listing.h"
 
-#include <array>
-#include <string>
-
 #include <gtest/gtest.h>
-
-#include "prefs/records.h"
 
 namespace nebulark {
 
 namespace {
 
-TEST(PrintPreferences, ListsTheDefaults) {
+TEST(PrintPreferences, ListsNamesAndWordsAndTheLevelOfTheBrightness) {
   EXPECT_EQ(print_preferences({}), "autostretch = on\n"
                                    "brightness  = standard  (target background 0.25)\n"
                                    "cfa         = auto\n"
                                    "labelformat = off\n"
                                    "labelcorner = bottomright\n");
+  EXPECT_EQ(print_preferences({false, Brightness::Darker, CfaMode::Color, true, LabelCorner::TopLeft}),
+            "autostretch = off\n"
+            "brightness  = darker  (target background 0.15)\n"
+            "cfa         = color\n"
+            "labelformat = on\n"
+            "labelcorner = topleft\n");
+  EXPECT_EQ(print_preferences({true, Brightness::Brighter, CfaMode::Mono, false, LabelCorner::BottomLeft}),
+            "autostretch = on\n"
+            "brightness  = brighter  (target background 0.35)\n"
+            "cfa         = mono\n"
+            "labelformat = off\n"
+            "labelcorner = bottomleft\n");
 }
 
-TEST(PrintPreferences, ListsEveryRecord) {
-  constexpr std::array levels{"0.15", "0.25", "0.35"};
-  for (const Record& record : all_records()) {
-    const Preferences& preferences = record.preferences;
-    std::string expected;
-    expected.append("autostretch = ").append(preferences.autostretch ? "on" : "off");
-    expected.append("\nbrightness  = ").append(record.brightness);
-    expected.append("  (target background ").append(levels[static_cast<std::size_t>(preferences.brightness)]);
-    expected.append(")\ncfa         = ").append(record.cfa);
-    expected.append("\nlabelformat = ").append(preferences.labelformat ? "on" : "off");
-    expected.append("\nlabelcorner = ").append(record.labelcorner).append("\n");
-    EXPECT_EQ(print_preferences(preferences), expected);
-  }
-}
-
-TEST(PrintPreferences, ListsStrayValuesAsTheDefaults) {
-  for (const std::int32_t value : stray_values) {
-    const Preferences preferences{.brightness = static_cast<Brightness>(value),
-                                  .cfa = static_cast<CfaMode>(value),
-                                  .labelcorner = static_cast<LabelCorner>(value)};
-    EXPECT_EQ(print_preferences(preferences), print_preferences({})) << value;
-  }
+TEST(PrintPreferences, ListsValuesOutsideTheirEnumerationsAsTheDefaults) {
+  EXPECT_EQ(print_preferences({true, Brightness{3}, CfaMode{3}, false, LabelCorner{4}}), print_preferences({}));
+  EXPECT_EQ(print_preferences({true, Brightness{-1}, CfaMode{-1}, false, LabelCorner{-1}}), print_preferences({}));
 }
 
 } // namespace
