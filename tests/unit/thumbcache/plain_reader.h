@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 namespace nebulark {
 
@@ -36,13 +37,17 @@ inline PlainTags plain_tags(const std::string& file) {
   }
 }
 
+inline constexpr std::string_view plain_extensions[] = {".xisf", ".fits", ".fit", ".fts", ".kxproj"};
+inline constexpr std::string_view plain_mime_types[] = {"image/x-xisf", "application/fits", "image/fits",
+                                                        "image/x-fits", "application/x-kxproj"};
+
 inline bool plain_is_nebulark(const PlainTags& tags) {
   std::string path = tags.uri.substr(0, tags.uri.find_first_of("?#"));
   for (char& byte : path)
     if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte + 32);
-  for (const char* ending : {".xisf", ".fits", ".fit", ".fts", ".kxproj"})
-    if (path.ends_with(ending)) return true;
-  for (const char* type : {"image/x-xisf", "application/fits", "image/fits", "image/x-fits", "application/x-kxproj"})
+  for (const std::string_view extension : plain_extensions)
+    if (path.ends_with(extension)) return true;
+  for (const std::string_view type : plain_mime_types)
     if (tags.mimetype == type) return true;
   return false;
 }
