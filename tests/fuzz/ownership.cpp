@@ -1,12 +1,11 @@
 // The input is a thumbnail if it begins like a PNG file; if not, its tags: the URI, a line feed and the MIME type.
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <algorithm>
 #include <string>
 
 #include <fcntl.h>
 
+#include "scratch.h"
 #include "targets.h"
 #include "thumbcache/ownership.h"
 #include "thumbcache/plain_reader.h"
@@ -23,21 +22,9 @@ std::string thumbnail(std::string_view input) {
   return png({uri_chunk(input.substr(0, line_feed)), mimetype_chunk(mimetype), chunk("IDAT", "data")});
 }
 
-// A temporary directory for one file, which each input overwrites.
-struct Directory {
-  Directory() { require(::mkdtemp(path.data()) != nullptr, "there is a directory"); }
-  ~Directory() { std::filesystem::remove_all(path); }
-  Directory(const Directory&) = delete;
-  Directory& operator=(const Directory&) = delete;
-
-  std::string path = std::filesystem::temp_directory_path() / "nebulark-XXXXXX";
-};
-
 bool is_nebulark(const std::string& bytes) {
-  static const Directory directory;
-  const std::string file = directory.path + "/thumbnail.png";
-  std::ofstream(file, std::ios::binary) << bytes;
-  return is_nebulark_thumbnail(AT_FDCWD, file.c_str());
+  static const ScratchDirectory directory;
+  return is_nebulark_thumbnail(AT_FDCWD, directory.write("thumbnail.png", bytes).c_str());
 }
 
 } // namespace
