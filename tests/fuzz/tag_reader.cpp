@@ -7,6 +7,7 @@
 #include <utility>
 
 #include <sys/mman.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include "base/handles.h"
@@ -16,7 +17,7 @@
 
 namespace {
 
-// The disk, and how it was read. The linker sends every pread of the tool here (see CMakeLists.txt).
+// The disk, and how it was read.
 struct Disk {
   std::size_t readable = std::numeric_limits<std::size_t>::max(); // reading fails from this offset on
   std::size_t longest_read = 0;
@@ -25,42 +26,35 @@ struct Disk {
 
 Disk disk;
 
-template <typename Read, typename Offset>
-ssize_t read_from_disk(Read real, int file, void* to, std::size_t size, Offset offset) {
+} // namespace
+
+// The linker sends the reads of the tool here (see CMakeLists.txt). Their name depends on the C library and its checks.
+extern "C" {
+ssize_t __wrap_pread(int file, void* to, std::size_t size, off_t offset);
+ssize_t __wrap_pread64(int file, void* to, std::size_t size, off_t offset);
+ssize_t __wrap___pread64_chk(int file, void* to, std::size_t size, off_t offset, std::size_t room);
+
+ssize_t __wrap_pread(int file, void* to, std::size_t size, off_t offset) {
   const auto at = static_cast<std::size_t>(offset);
   disk.longest_read = std::max(disk.longest_read, size);
   if (at >= disk.readable) {
     errno = EIO;
     return -1;
   }
-  const ssize_t got = real(file, to, std::min(size, disk.readable - at), offset);
+  const iovec part{to, std::min(size, disk.readable - at)};
+  const ssize_t got = ::preadv(file, &part, 1, offset);
   if (got > 0) disk.end = std::max(disk.end, at + static_cast<std::size_t>(got));
   return got;
 }
 
-} // namespace
-
-// pread's name depends on the C library, the width of its offsets and its checks of buffers.
-extern "C" {
-ssize_t __real_pread(int file, void* to, std::size_t size, off_t offset);
-ssize_t __wrap_pread(int file, void* to, std::size_t size, off_t offset);
-ssize_t __wrap_pread(int file, void* to, std::size_t size, off_t offset) {
-  return read_from_disk(__real_pread, file, to, size, offset);
+ssize_t __wrap_pread64(int file, void* to, std::size_t size, off_t offset) {
+  return __wrap_pread(file, to, size, offset);
 }
 
-#ifdef __GLIBC__
-ssize_t __real_pread64(int file, void* to, std::size_t size, off64_t offset);
-ssize_t __wrap_pread64(int file, void* to, std::size_t size, off64_t offset);
-ssize_t __wrap_pread64(int file, void* to, std::size_t size, off64_t offset) {
-  return read_from_disk(__real_pread64, file, to, size, offset);
-}
-
-ssize_t __wrap___pread64_chk(int file, void* to, std::size_t size, off64_t offset, std::size_t room);
-ssize_t __wrap___pread64_chk(int file, void* to, std::size_t size, off64_t offset, std::size_t room) {
+ssize_t __wrap___pread64_chk(int file, void* to, std::size_t size, off_t offset, std::size_t room) {
   nebulark::require(size <= room, "a read fits into its buffer");
-  return __wrap_pread64(file, to, size, offset);
+  return __wrap_pread(file, to, size, offset);
 }
-#endif
 }
 
 namespace nebulark {
