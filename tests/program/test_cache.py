@@ -85,6 +85,14 @@ def test_file_that_cannot_be_read_is_left_and_one_that_cannot_be_written_deleted
     assert cache.clear(*words) == result
 
 
+@clearing(report(2), report_all(2))
+@pytest.mark.parametrize("mode", [0o400, 0o100], ids=oct)
+def test_files_beside_a_directory_that_cannot_be_listed_or_entered_are_cleared(cache, mode, words, result):
+    cache.put(FITS, "normal/before", "normal/closed/m31.png", "normal/later")
+    cache.directory("normal/closed", mode)
+    assert cache.clear(*words) == (result, {"normal/before", "normal/later"})
+
+
 @clearing((report(1, 1), "harbour.png\n"), (report_all(2), ""))
 def test_file_system_mounted_in_the_cache_is_cleared_too(machine, cache, words, result):
     cache.directory("normal/app")
