@@ -52,6 +52,7 @@ private:
 }
 
 [[nodiscard]] inline DirectoryHandle directory_over(Descriptor descriptor) {
+  if (!descriptor) return nullptr; // some C libraries would ask the kernel about it
   DirectoryHandle directory(::fdopendir(descriptor.get()));
   if (directory) (void)descriptor.release();
   return directory;

@@ -28,6 +28,6 @@ Documentation: /usr/share/doc/nebulark/index.html
 
 } // namespace
 
-void print_usage() { (void)std::fprintf(stderr, "%s", usage_text); }
+void print_usage() { (void)std::fputs(usage_text, stderr); }
 
 } // namespace nebulark

@@ -7,7 +7,7 @@ import subprocess
 import pexpect
 import pytest
 
-from machine import PROJECT
+from machine import HANGS, PROJECT
 from texts import DEFAULTS
 from vocabulary import COMMANDS, WORDS
 
@@ -51,7 +51,7 @@ class Editor:
     def __init__(self, name: str, env: dict[str, str]):
         command, start, self.insert_all = EDITORS[name]
         self.terminal = pexpect.spawn(
-            command[0], command[1:], env=env, cwd=env["HOME"], dimensions=(24, 2000), encoding="utf-8", timeout=60
+            command[0], command[1:], env=env, cwd=env["HOME"], dimensions=(24, 2000), encoding="utf-8", timeout=HANGS
         )
         said = f"{READY[:3]}''{READY[3:]}"  # the terminal also shows this line, which must look different
         self.terminal.sendline("; ".join([*start.strip().splitlines(), f"echo '{said}'"]))
@@ -76,7 +76,7 @@ class Fish:
 
     def offers(self, typed: str) -> list[str]:
         command = ["/usr/bin/fish", "--command", "cd; complete --do-complete $argv[1]", typed]
-        said = subprocess.check_output(command, env=self.env, stderr=subprocess.STDOUT, text=True, timeout=60)
+        said = subprocess.check_output(command, env=self.env, stderr=subprocess.STDOUT, text=True, timeout=HANGS)
         return [line.split("\t")[0] for line in said.splitlines()]
 
 
@@ -113,17 +113,15 @@ def shell(request, environment):
     editor.terminal.close(force=True)
 
 
-def but(*taken: str) -> list[str]:
-    """The other names."""
+def names_without(*taken: str) -> list[str]:
     return [name for name in WORDS if name not in taken]
 
 
-# The order is the tool's. Names are without their equals sign here, and values without their name, which bash does not
-# replace.
+# The order is the tool's. Offers are compared without "=" and what comes before it: bash offers only what comes after.
 OFFERED = {
     "": COMMANDS,
     "--": COMMANDS,
-    "--set ": but(),
+    "--set ": names_without(),
     "--set label": ["labelformat", "labelcorner"],
     "--set cfa": ["cfa"],
     **{f"--set {name}=": words for name, words in WORDS.items()},
@@ -132,11 +130,11 @@ OFFERED = {
     "--set cfa=mono cfa=": WORDS["cfa"],
     "--set CFA=": WORDS["cfa"],
     "--set x Cfa=": WORDS["cfa"],
-    "--set cfa=mono ": but("cfa"),
-    "--set cfa=mono brightness=darker ": but("cfa", "brightness"),
-    "--set CFA=Mono ": but("cfa"),
-    "--set cfa= ": but("cfa"),
-    "--set labelformat=on labelcorner=mid ": but("labelformat", "labelcorner"),
+    "--set cfa=mono ": names_without("cfa"),
+    "--set cfa=mono brightness=darker ": names_without("cfa", "brightness"),
+    "--set CFA=Mono ": names_without("cfa"),
+    "--set cfa= ": names_without("cfa"),
+    "--set labelformat=on labelcorner=mid ": names_without("labelformat", "labelcorner"),
     "--clear-thumb-cache ": ["--all"],
     "--clear-thumb-cache --": ["--all"],
     **{typed: [] for typed in ["--set nothing=", "--set autostretches=", "--set x", "x", "--prefs --set "]},

@@ -90,6 +90,7 @@ def test_second_run_is_the_running_file(telling, prepare, tool, path):
 
 
 FAILING = {
+    "missing": ("", 0),
     "not executable": ("#!/bin/sh\n", 0o644),
     "no program": ("echo run by a shell\n", 0o755),
     "ends with 1": ("#!/bin/sh\nexit 1\n", 0o755),
@@ -101,9 +102,18 @@ FAILING = {
 
 
 @pytest.mark.parametrize("pkexec, mode", FAILING.values(), ids=FAILING)
-def test_failing_pkexec_is_a_failure(machine, pkexec, mode):
-    machine.pkexec(pkexec, mode)
-    assert machine.run(*SET_MONO, user="ann") == NOT_CHANGED
+def test_failing_pkexec_is_a_failure_and_another_in_path_is_not_run(machine, pkexec, mode):
+    (machine.ann / "pkexec").symlink_to("/usr/bin/true")
+    if mode:
+        machine.pkexec(pkexec, mode)
+    assert machine.run(*SET_MONO, user="ann", env={"PATH": "/home/ann"}) == NOT_CHANGED
+
+
+@pytest.mark.usefixtures("polkit")
+def test_second_run_that_fails_says_so_before_the_first(machine):
+    machine.prefs.parent.rmdir()
+    run = machine.run(*SET_MONO, user="ann", script='exec "$@" 2>&1')
+    assert run == (1, NOTICE + NOTICE + CANNOT_WRITE + CANNOT_WRITE, b"")
 
 
 @unless_emulated("the tool's set-user-id bit has no effect")

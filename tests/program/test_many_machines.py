@@ -11,8 +11,8 @@ import pytest
 from cache import FITS, report
 from machine import ANN, SET_MONO, TOOL, entries, entry
 from page import MANUALS, PAGE, marked
-from test_polkit import ELSEWHERE, HERE_AND_NOW, INTERRUPTED, question
-from texts import HINT, NOTICE, listing, stored
+from desk import ELSEWHERE, HERE_AND_NOW, INTERRUPTED
+from texts import HINT, NOTICE, listing, question, stored
 
 
 @pytest.fixture(scope="module")
@@ -68,7 +68,7 @@ def test_ansible_changes_the_file_once_and_not_in_check_mode(machine, play, way,
     assert entries(machine.prefs.parent) == first
     assert play() == 1
     written = entry(machine.prefs)
-    assert written[1:] == ("-rw-r--r--", 0, KEPT[way])
+    assert (*written[1:], machine.prefs.group()) == ("-rw-r--r--", 0, KEPT[way], "root")
     assert (play("--check"), play()) == (0, 0)
     assert entries(machine.prefs.parent) == {machine.prefs: written}
 

@@ -11,32 +11,19 @@ import xml.etree.ElementTree as ElementTree
 import pytest
 
 from machine import SET_MONO, TOOL, entries
-from desk import ACTION, INTERRUPT, PASSWORD, RUN_THE_COMMAND, START_AGENT
-from texts import CANNOT_WRITE, HINT, NOTICE, listing, stored
-
-MESSAGE = b"Authentication is required to change how Nebulark draws thumbnails, for every user of this machine."
-
-
-def question(action=ACTION, message=MESSAGE):
-    return b"==== AUTHENTICATING FOR %s ====\n%s\nAuthenticating as: admin\nPassword: " % (action, message)
-
+from desk import ELSEWHERE, HERE_AND_NOW, INTERRUPT, INTERRUPTED, PASSWORD, RUN_THE_COMMAND, START_AGENT
+from texts import ACTION, CANNOT_WRITE, HINT, MESSAGE, NO_SESSION, NOT_AUTHORIZED, NOTICE, listing, question, stored
 
 RIGHT = PASSWORD + "\n"
 COMPLETE = b"\n==== AUTHENTICATION COMPLETE ====\n"
 FAILED = b"\npolkit-agent-helper-1: pam_authenticate failed: Authentication failure\n==== AUTHENTICATION FAILED ====\n"
-NO_SESSION = (
-    b"\npolkit-agent-helper-1: error response to PolicyKit daemon: "
-    b"GDBus.Error:org.freedesktop.PolicyKit1.Error.Failed: No session for cookie\n==== AUTHENTICATION FAILED ====\n"
-)
 NO_TERMINAL = (
     b"Error creating textual authentication agent: Error opening current controlling terminal for the process "
     b"(`/dev/tty'): No such device or address\n"
 )
-NOT_AUTHORIZED = b"Error executing command as another user: Not authorized\n\nThis incident has been reported.\n"
 REFUSED = NOT_AUTHORIZED + CANNOT_WRITE
 SECOND_RUN = listing(cfa="mono") + HINT
 SAVED = SECOND_RUN + listing(cfa="mono")
-INTERRUPTED = 128 + 2  # sh's status for a command that SIGINT ended
 
 
 def test_polkit_understands_the_policy(desk):
@@ -115,12 +102,6 @@ def test_other_words_and_other_copies_get_the_general_question_despite_a_rule(de
 
 # How long an authorization lasts
 
-HERE_AND_NOW = {"seat": "seat0", "state": "active"}
-ELSEWHERE = {
-    "no session": {},
-    "a session that the machine has been switched away from": {"seat": "seat0", "state": "online"},
-    "a session from another machine": {"seat": "", "state": "active"},
-}
 SESSIONS = {"an active local session": (HERE_AND_NOW, 1)} | {name: (how, 2) for name, how in ELSEWHERE.items()}
 
 

@@ -9,10 +9,8 @@ from pathlib import Path
 
 import pytest
 from cache import CACHE, CLEAR, FITS, HOME, PHOTO, Cache, clearing, report, report_all
-from machine import Outcome, entries
+from machine import HANGS, Outcome, entries
 from tracing import Strace, strace
-
-HANGS = 600  # seconds: only a hung run takes so long
 
 
 def stopped_run(inside: Strace, words: list[str], stop: str, change: Callable) -> Outcome:
@@ -75,9 +73,7 @@ def replace(paths: Callable[[Cache], list[Path]], make: Callable[[Cache, Path], 
 CHANGES = {
     "all are renamed": rename,
     "files become directories": replace(files, lambda cache, path: path.mkdir()),
-    "files become others": replace(
-        files, lambda cache, path: path.write_bytes(b"may be deleted instead of a judged one")
-    ),
+    "files become others": replace(files, lambda cache, path: path.write_bytes(b"no photo")),
     "directories become files": replace(directories, lambda cache, path: path.write_bytes(PHOTO)),
     "directories become links": replace(directories, lambda cache, path: path.symlink_to("/home/ann/Pictures")),
     "directories become others": replace(directories, put_others),
@@ -118,5 +114,16 @@ def test_only_files_of_the_cache_are_deleted_and_counted(cache, change, words, r
             assert removed == gone + len(deleted), call
             # A file that moves while its directory is read may be left and counted under both names.
             assert removed + sum(left) <= len({cache.at(name) for name in NAMES} | there.keys()), call
+            # A file that replaces a judged file may be deleted instead, but no photo replaces one here.
             assert words or PHOTO not in deleted, call
             assert entries(outside) == untouched, call
+
+
+def test_directory_that_moves_out_of_the_cache_is_cleared_to_its_end(cache):
+    # The tool has it open, and uses no path.
+    cache.put(FITS, "normal/app/m31.png", "normal/app/m33.png")
+    moved = cache.machine.ann / "moved"
+    with strace(cache.machine) as inside:
+        stop = "inject=?unlink,unlinkat:signal=STOP:when=1"
+        run = stopped_run(inside, CLEAR, stop, lambda: cache.at("normal/app").rename(moved))
+    assert (run, list(moved.iterdir())) == (report(2), [])

@@ -4,13 +4,13 @@ import os
 import subprocess
 
 import pytest
-from machine import SUPPORT, Outcome, sandbox
+from machine import HANGS, SUPPORT, Outcome, sandbox
 
 
 def private(script: str, *words) -> Outcome:
     """Runs a shell script in a mount namespace, where the sandboxes that it starts find the real machine."""
     command = [SUPPORT / "private", "sh", "-euc", script, "sh", *words]
-    done = subprocess.run(command, cwd="/", capture_output=True, timeout=60)
+    done = subprocess.run(command, cwd="/", capture_output=True, timeout=HANGS)
     return Outcome(done.returncode, done.stdout, done.stderr)
 
 

@@ -19,7 +19,9 @@ gi.require_versions({"GdkPixbuf": "2.0", "Gio": "2.0", "GnomeDesktop": "4.0"})
 from gi.repository import GdkPixbuf, Gio, GLib, GnomeDesktop  # noqa: E402
 
 PRIVATE = Path(__file__).absolute().parents[1] / "support/private"
-INSIDE = 'mount --bind "$1" /home; cd /home/ann; shift; exec dbus-run-session -- /usr/bin/python3 - "$@"'
+INSIDE = (
+    'mkdir -p "$1/ann"; mount --bind "$1" /home; cd /home/ann; shift; exec dbus-run-session -- /usr/bin/python3 - "$@"'
+)
 ENVIRONMENT = {"HOME": "/home/ann", "PATH": "/usr/bin:/bin", "LANG": "C.UTF-8", "GSETTINGS_BACKEND": "memory"}
 PICTURES = Path("/home/ann/Pictures")
 MTIME = 1710201600
@@ -53,16 +55,16 @@ def cached(size: str, uri: str) -> str:
 def tumbler():
     """Asks it over the session bus, as file managers do."""
     thumbnailers = Path("/home/ann/.local/share/thumbnailers")
-    thumbnailers.mkdir(parents=True)
+    thumbnailers.mkdir(parents=True, exist_ok=True)
     (thumbnailers / "fits.thumbnailer").write_text(THUMBNAILER)
+    names = ["m31.fits", "harbour.jpg", "Orion Nebula.FIT", "lighthouse.png"]
     name, place = "org.freedesktop.thumbnails.Thumbnailer1", "/org/freedesktop/thumbnails/Thumbnailer1"
     bus = Gio.bus_get_sync(Gio.BusType.SESSION)
     loop = GLib.MainLoop()
-    names = ["m31.fits", "harbour.jpg", "Orion Nebula.FIT", "lighthouse.png"]
     bus.signal_subscribe(None, name, "Finished", place, None, Gio.DBusSignalFlags.NONE, lambda *told: loop.quit())
-    for size, names in {"normal": names, "large": names[:2]}.items():
-        kinds = [Gio.content_type_guess(name)[0] for name in names]
-        request = GLib.Variant("(asasssu)", ([picture(name) for name in names], kinds, size, "foreground", 0))
+    for size, chosen in {"normal": names, "large": names[:2]}.items():
+        kinds = [Gio.content_type_guess(name)[0] for name in chosen]
+        request = GLib.Variant("(asasssu)", ([picture(name) for name in chosen], kinds, size, "foreground", 0))
         bus.call_sync(name, place, name, "Queue", request, None, Gio.DBusCallFlags.NONE, -1, None)
         loop.run()
 

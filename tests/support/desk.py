@@ -9,10 +9,10 @@ from pathlib import Path
 
 import pexpect
 
-from machine import ANN, BECOME, PATHS, PROJECT, SUPPORT, Machine
+from machine import ANN, BECOME, HANGS, PATHS, PROJECT, SUPPORT, Machine
+from texts import ACTION
 
 SOURCE = PROJECT / "data/polkit/nebulark.ctl.policy.in"
-ACTION = b"nebulark.ctl.set-preferences"
 
 # What Debian installs below /usr/share for the system bus and polkit.
 SERVICES = [
@@ -82,6 +82,15 @@ polkit.addRule(function(action, subject) {{
 }});
 """
 INTERRUPT = "\x03"
+INTERRUPTED = 128 + 2  # sh's status for a command that SIGINT ended
+
+# Sessions of ann, in which an authorization lasts, or not
+HERE_AND_NOW = {"seat": "seat0", "state": "active"}
+ELSEWHERE = {
+    "no session": {},
+    "a session that the machine has been switched away from": {"seat": "seat0", "state": "online"},
+    "a session from another machine": {"seat": "", "state": "active"},
+}
 
 
 class Desk:
@@ -128,7 +137,7 @@ class Desk:
         # Tests in the background ignore Ctrl-C, and Python a file size limit. Ann ignores neither.
         user = [*BECOME["ann"], "env", "-i", "--default-signal", "PATH=/usr/bin", "sh", "-c", shell, "sh"]
         arguments = map(str, [self.machine.root, *boot, *login, *user, *command])
-        with pexpect.spawn(str(SUPPORT / "sandbox"), list(arguments), cwd="/", env=PATHS, timeout=60) as terminal:
+        with pexpect.spawn(str(SUPPORT / "sandbox"), list(arguments), cwd="/", env=PATHS, timeout=HANGS) as terminal:
             terminal.logfile_read = shown = io.BytesIO()
             terminal.delaybeforesend = None
             left = iter(keys)

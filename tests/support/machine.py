@@ -23,6 +23,8 @@ PROJECT = SUPPORT.parents[1]
 BUILT = Path(os.environ.get("NEBULARK_CTL", PROJECT / "build/release/nebulark-ctl"))
 TOOL = "/usr/bin/nebulark-ctl"
 
+HANGS = 600  # seconds: only a hung program takes so long
+
 EMULATOR = os.environ.get("NEBULARK_EMULATOR", "").split()
 RUN_TOOL = [*EMULATOR, TOOL]
 
@@ -123,11 +125,11 @@ def sandbox(root: Path, *command: str | bytes, **how) -> subprocess.CompletedPro
         cwd="/",
         capture_output=True,
         start_new_session=True,
-        timeout=60,
+        timeout=HANGS,
         **how,
     )
 
 
 def why_no_sandbox() -> str:
-    done = subprocess.run([SUPPORT / "probe"], stderr=subprocess.PIPE, timeout=60)
+    done = subprocess.run([SUPPORT / "probe"], stderr=subprocess.PIPE, timeout=HANGS)
     return "" if done.returncode == 0 else os.fsdecode(done.stderr).strip() or f"status {done.returncode}"

@@ -1,4 +1,4 @@
-"""What the tool prints and writes, to the byte."""
+"""What the tool prints and writes, to the byte, and what polkit says."""
 
 PATH = b"/usr/share/nebulark/preferences.conf"
 
@@ -58,3 +58,19 @@ def stored(**changed: str) -> bytes:
 def shown(suffix: bytes = b"", **changed: str) -> bytes:
     """What --prefs prints."""
     return listing(**changed) + b"\nstored in " + PATH + suffix + b"\n"
+
+
+# What polkit and its agent say
+ACTION = b"nebulark.ctl.set-preferences"
+MESSAGE = b"Authentication is required to change how Nebulark draws thumbnails, for every user of this machine."
+
+
+def question(action=ACTION, message=MESSAGE):
+    return b"==== AUTHENTICATING FOR %s ====\n%s\nAuthenticating as: admin\nPassword: " % (action, message)
+
+
+NO_SESSION = (
+    b"\npolkit-agent-helper-1: error response to PolicyKit daemon: "
+    b"GDBus.Error:org.freedesktop.PolicyKit1.Error.Failed: No session for cookie\n==== AUTHENTICATION FAILED ====\n"
+)
+NOT_AUTHORIZED = b"Error executing command as another user: Not authorized\n\nThis incident has been reported.\n"

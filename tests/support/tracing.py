@@ -10,7 +10,7 @@ from pathlib import Path
 from typing import NamedTuple
 
 import pytest
-from machine import BECOME, BUILT, EMULATOR, PATHS, SUPPORT, TOOL, TRACED, Machine, Outcome
+from machine import BECOME, BUILT, EMULATOR, HANGS, PATHS, SUPPORT, TOOL, TRACED, Machine, Outcome
 
 
 COUNTS_LINES = b"__gcov_init" in BUILT.read_bytes()
@@ -105,7 +105,7 @@ class Strace:
         """Like start(), and waits for the end."""
         with self.start(*how, **more) as run:
             try:
-                out, err = run.communicate(timeout=60)
+                out, err = run.communicate(timeout=HANGS)
             finally:
                 run.kill()
         return Outcome(run.returncode, out, err), calls_of_the_tool(self.trace)
