@@ -8,15 +8,13 @@ from pathlib import Path
 import pytest
 from cache import Cache
 from desk import Desk
-from machine import BUILT, EMULATOR, Machine, why_no_sandbox
+from machine import BUILT, EMULATOR, Machine, cannot_run, why_no_sandbox
 from page import PAGE
 
 SKIPPED = 77  # CTest knows it too
 
 
 def pytest_sessionstart(session):
-    if hasattr(session.config, "workerinput"):
-        return  # its parent has checked
     if reason := why_no_sandbox():
         pytest.exit(f"no mount namespaces here: {reason}", 1 if "CI" in os.environ else SKIPPED)
 
@@ -59,8 +57,5 @@ def desk(machine) -> Desk:
 @pytest.fixture(scope="session")
 def built_page() -> Path:
     if not PAGE.exists():
-        reason = f"there is no {PAGE}: was mandoc there when it was built?"
-        if "CI" in os.environ:
-            pytest.fail(reason)
-        pytest.skip(reason)
+        cannot_run(f"there is no {PAGE}: was mandoc there when it was built?")
     return PAGE

@@ -43,10 +43,11 @@ STATUS, DELETE = ["newfstatat T"], ["unlink T"]
 JUDGE = ["openat T", "pread64 T", "close T"]
 OTHER_SIZES = [f"openat {CACHE}/{size}" for size in ("large", "x-large", "xx-large", "fail")]
 NORMAL = f"{CACHE}/normal"
+ENTER = [f"{name} {NORMAL}/sub" for name in ("newfstatat", "openat", "getdents64", "getdents64", "close")]
 
 
-def walk(*about_the_thumbnail: str) -> list[str]:
-    listing = [f"getdents64 {NORMAL}", *about_the_thumbnail, f"getdents64 {NORMAL}"]
+def walk(*about_the_entry: str) -> list[str]:
+    listing = [f"getdents64 {NORMAL}", *about_the_entry, f"getdents64 {NORMAL}"]
     return [f"openat {NORMAL}", *listing, f"close {NORMAL}", *OTHER_SIZES, *SAY]
 
 
@@ -56,6 +57,7 @@ PREPARE = {
     "a pkexec that cannot be run": lambda machine, cache: machine.pkexec("#!/bin/sh\n", 0o644),
     "a directory as file": lambda machine, cache: machine.prefs.mkdir(),
     "no directory": lambda machine, cache: machine.prefs.parent.rmdir(),
+    "a directory": lambda machine, cache: cache.directory("normal/sub"),
     "FITS": lambda machine, cache: cache.put(FITS, "normal/m31.png"),
     "a photo": lambda machine, cache: cache.put(PHOTO, "normal/m31.png"),
 }
@@ -77,6 +79,7 @@ RUNS = {
     "no elevation": ("a pkexec that cannot be run", "ann", SET_MONO, ABSENT + SAY + ELEVATE[:2] + COMPLAIN),
     "clearing without a cache": ("nothing", "ann", CLEAR, [f"openat {NORMAL}", *OTHER_SIZES, *SAY]),
     "clearing": ("FITS", "ann", CLEAR, walk(*PROBE, *STATUS, *JUDGE, *DELETE)),
+    "clearing of a directory": ("a directory", "ann", CLEAR, walk(*ENTER)),
     "clearing of another's": ("a photo", "ann", CLEAR, walk(*PROBE, *STATUS, *JUDGE)),
     "clearing of all": ("a photo", "ann", [*CLEAR, "--all"], walk(*STATUS, *DELETE)),
 }

@@ -49,7 +49,7 @@ def test_links_lead_somewhere(document):
 def test_named_tests_and_scripts_exist(document):
     text = document.read_text()
     names = {f"tests/program/{name}.py" for name in re.findall(r"\btest_\w+", text)}
-    names |= set(re.findall(r"\b(?:script|tests|src|data|docs|bench|cmake)/[\w./-]*\w", text))
+    names |= set(re.findall(r"(?<![\w/])(?:script|tests|src|data|docs|bench|cmake|debian)/[\w./-]*\w", text))
     assert [name for name in sorted(names) if not (PROJECT / name).exists()] == []
 
 

@@ -9,6 +9,7 @@ from selenium import webdriver
 from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 
+from machine import cannot_run
 from page import PAGE, PAGES
 from vocabulary import LEVELS
 
@@ -20,7 +21,7 @@ def browser(built_page, tmp_path_factory):
     try:
         socket.getaddrinfo("localhost", None)
     except OSError:
-        pytest.skip("the browser's driver needs localhost, which has no address here")
+        cannot_run("the browser's driver needs localhost, which has no address here")
     options = Options()
     options.add_argument("--headless")
     options.add_argument("--no-sandbox")  # its own sandbox refuses root

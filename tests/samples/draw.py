@@ -85,7 +85,7 @@ def imagemagick():
 
 def qt():
     """With the tags that KDE's file manager sets."""
-    from PyQt5.QtGui import QImage
+    from PyQt5.QtGui import QImage  # the tests go without it
 
     uri = (PICTURES / "observatory/m51 whirlpool galaxy.fits").as_uri()
     image = QImage(128, 85, QImage.Format_RGB32)

@@ -1,13 +1,10 @@
-"""The documentation: the page named by NEBULARK_PAGE, or else docs/index.html beside the built tool. The manual
-pages are in the same directory, as man reads them and as HTML."""
+"""The documentation that was built with the tool: the page, and the manual pages as man reads them and as HTML."""
 
-import os
 import xml.etree.ElementTree as ElementTree
-from pathlib import Path
 
 from machine import BUILT
 
-PAGE = Path(os.environ.get("NEBULARK_PAGE", BUILT.parent / "docs/index.html"))
+PAGE = BUILT.parent / "docs/index.html"
 MANUALS = [PAGE.with_name(name) for name in ("nebulark-ctl.1", "nebulark-preferences.5")]
 PAGES = [PAGE, *(manual.with_name(f"{manual.name}.html") for manual in MANUALS)]
 

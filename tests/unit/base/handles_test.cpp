@@ -15,7 +15,7 @@ TEST(Descriptor, IsClosedByItsLastOwner) {
     Descriptor first(::open("/", O_RDONLY));
     number = first.get();
     const Descriptor second(std::move(first));
-    EXPECT_FALSE(first); // NOLINT(bugprone-use-after-move): a descriptor that was moved is none
+    EXPECT_FALSE(first); // a descriptor that was moved is none
     EXPECT_TRUE(second);
     EXPECT_EQ(second.get(), number);
     EXPECT_TRUE(is_open(number));
