@@ -46,13 +46,14 @@ private:
 // Makes a stream or directory that owns the descriptor. Returns null if there is no descriptor, or if the C library
 // fails; the descriptor is then closed.
 [[nodiscard]] inline FileHandle stream_over(Descriptor descriptor, const char* mode) {
+  if (!descriptor) return nullptr; // not every fdopen() looks at it
   FileHandle file(::fdopen(descriptor.get(), mode));
   if (file) (void)descriptor.release();
   return file;
 }
 
 [[nodiscard]] inline DirectoryHandle directory_over(Descriptor descriptor) {
-  if (!descriptor) return nullptr; // some C libraries would ask the kernel about it
+  if (!descriptor) return nullptr; // some C libraries would ask the kernel
   DirectoryHandle directory(::fdopendir(descriptor.get()));
   if (directory) (void)descriptor.release();
   return directory;

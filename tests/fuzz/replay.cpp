@@ -1,4 +1,4 @@
-// Runs every target with every input of its corpus and with the texts near it, as a test with the name of the file.
+// Runs every target with every input of its corpus, as a test with the name of the file. Small inputs are varied.
 
 #include <filesystem>
 #include <fstream>
@@ -27,13 +27,14 @@ std::vector<std::string> texts_near(const std::string& text) {
   for (std::size_t place = 0; place < text.size(); ++place) {
     texts.push_back(std::string(text).erase(place, 1));
     const char byte = text[place]; // a letter's other case is 0x20 away
-    for (const int changed : {byte ^ 0x20, byte ^ 0x80, byte + 1, byte - 1, 0, 0x7E})
+    for (const int changed : {byte ^ 0x20, byte ^ 0x80, byte + 1, byte - 1, 0, int{'~'}})
       texts.push_back(std::string(text).replace(place, 1, 1, static_cast<char>(changed)));
   }
   return texts;
 }
 
-bool is_small(std::string_view text) { return text.size() < 256 && text.find("~GAP") == std::string_view::npos; }
+// Inputs of a megabyte, also those that stand for one, would take too long to vary.
+bool is_small(std::string_view text) { return text.size() < 512 && text.find("~GAP") == std::string_view::npos; }
 
 class Replay : public testing::Test {
 public:

@@ -1,7 +1,7 @@
 // The fuzz targets: each gives any bytes to the tool, and requires properties of the result.
 //
 // corpus/NAME holds the inputs of a target, and together they reach every branch. fuzzer.cpp makes a libFuzzer program
-// of a target, to look for new inputs; replay.cpp makes a test of each input and the texts near it.
+// of a target, to look for new inputs; replay.cpp makes a test of each input.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// A directory for the files of one test.
+// A directory for the files of a test.
 
 #pragma once
 
@@ -17,7 +17,10 @@ public:
   ScratchDirectory() {
     if (::mkdtemp(path_.data()) == nullptr) throw std::runtime_error("no directory for files");
   }
-  ~ScratchDirectory() { std::filesystem::remove_all(path_); }
+  ~ScratchDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
   ScratchDirectory(const ScratchDirectory&) = delete;
   ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
@@ -26,8 +29,8 @@ public:
   // Makes a new file, in the place of an older one, and returns its path.
   [[nodiscard]] std::string write(const std::string& name, std::string_view bytes) const {
     const std::string file = path_ + "/" + name;
-    std::filesystem::remove(file); // much faster than to overwrite it
-    std::ofstream(file, std::ios::binary) << bytes;
+    std::filesystem::remove(file); // on some file systems much faster than to overwrite it
+    if (!(std::ofstream(file, std::ios::binary) << bytes).flush()) throw std::runtime_error("no file");
     return file;
   }
 

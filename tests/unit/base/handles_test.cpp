@@ -23,15 +23,11 @@ TEST(Descriptor, IsClosedByItsLastOwner) {
   EXPECT_FALSE(is_open(number));
 }
 
-TEST(Descriptor, IsNoneIfOpeningFails) {
-  EXPECT_FALSE(Descriptor(-1));
-  EXPECT_FALSE(stream_over(Descriptor(-1), "r"));
-  EXPECT_FALSE(directory_over(Descriptor(-1)));
-}
+TEST(Descriptor, IsNoneIfOpeningFailed) { EXPECT_FALSE(Descriptor(-1)); }
 
-// Returns whether the handle was made. Its descriptor must be open while the handle is there, and closed then.
+// Returns whether the handle was made. Its descriptor must be open as long as the handle, and closed afterwards.
 template <typename Handle>
-bool owns(Handle (*make)(Descriptor), const char* path) {
+bool is_made_and_owns(Handle (*make)(Descriptor), const char* path) {
   Descriptor descriptor(::open(path, O_RDONLY));
   const int number = descriptor.get();
   Handle handle = make(std::move(descriptor));
@@ -43,13 +39,17 @@ bool owns(Handle (*make)(Descriptor), const char* path) {
 }
 
 TEST(StreamOver, OwnsTheDescriptorOrClosesIt) {
-  EXPECT_TRUE(owns<FileHandle>([](Descriptor file) { return stream_over(std::move(file), "r"); }, "/dev/null"));
-  EXPECT_FALSE(owns<FileHandle>([](Descriptor file) { return stream_over(std::move(file), "w"); }, "/dev/null"));
+  const auto stream = [](Descriptor file) { return stream_over(std::move(file), "r"); };
+  const auto no_stream = [](Descriptor file) { return stream_over(std::move(file), "?"); };
+  EXPECT_TRUE(is_made_and_owns<FileHandle>(stream, "/dev/null"));
+  EXPECT_FALSE(is_made_and_owns<FileHandle>(no_stream, "/dev/null"));
+  EXPECT_FALSE(is_made_and_owns<FileHandle>(stream, "/nothing"));
 }
 
 TEST(DirectoryOver, OwnsTheDescriptorOrClosesIt) {
-  EXPECT_TRUE(owns<DirectoryHandle>(directory_over, "/"));
-  EXPECT_FALSE(owns<DirectoryHandle>(directory_over, "/dev/null"));
+  EXPECT_TRUE(is_made_and_owns<DirectoryHandle>(directory_over, "/"));
+  EXPECT_FALSE(is_made_and_owns<DirectoryHandle>(directory_over, "/dev/null"));
+  EXPECT_FALSE(is_made_and_owns<DirectoryHandle>(directory_over, "/nothing"));
 }
 
 } // namespace

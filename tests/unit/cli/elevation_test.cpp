@@ -7,7 +7,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-// The linker sends these calls of the tool here (see CMakeLists.txt): an ordinary user, and a pkexec that cannot start.
+// The linker sends these calls of the tool here (see CMakeLists.txt): an ordinary user, and a pkexec that
+// cannot start. execvp() too, so that a mistake does not start the real one.
 extern "C" {
 uid_t __wrap_geteuid();
 int __wrap_access(const char* path, int mode);

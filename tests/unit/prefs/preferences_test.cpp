@@ -1,6 +1,7 @@
 #include "prefs/preferences.h"
 
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>

@@ -24,12 +24,13 @@ TEST(CacheLocation, IsXdgCacheHomeIfAbsoluteOrElseBelowHome) {
     const char* home;
     const char* base;
   } rows[] = {
-      // unchanged
+      // absolute, unchanged
       {"/tmp/c", "/home/a", "/tmp/c"},
       {"/tmp/c", unset, "/tmp/c"},
       {"/", "/home/a", "/"},
       {"//c/../d/./e/", "/home/a", "//c/../d/./e/"},
       {"/\xFF\n %s~$HOME", "/home/a", "/\xFF\n %s~$HOME"},
+      // not set
       {unset, "/home/a", "/home/a/.cache"},
       {unset, "/home/a/", "/home/a//.cache"},
       {unset, "/", "//.cache"},
@@ -47,6 +48,7 @@ TEST(CacheLocation, IsXdgCacheHomeIfAbsoluteOrElseBelowHome) {
       {"", unset, ""},
   };
   for (const auto& [xdg_cache_home, home, base] : rows) {
+    SCOPED_TRACE(testing::PrintToString(xdg_cache_home) + " " + testing::PrintToString(home));
     set("XDG_CACHE_HOME", xdg_cache_home);
     set("HOME", home);
     EXPECT_EQ(user_cache_dir(), base);

@@ -1,6 +1,7 @@
 #include "thumbcache/thumbnail_tags.h"
 
 #include <array>
+#include <cstdint>
 #include <numeric>
 #include <string>
 #include <string_view>
@@ -29,7 +30,7 @@ void write_at(const Descriptor& file, std::uint64_t offset, std::string_view byt
 }
 
 Descriptor open_bytes(std::string_view bytes) {
-  Descriptor file(::memfd_create("thumbnail", 0));
+  Descriptor file(::memfd_create("thumbnail", MFD_CLOEXEC));
   write_at(file, 0, bytes);
   return file;
 }
@@ -98,14 +99,12 @@ std::string sample_after(std::size_t skipped) {
 
 TEST(ReadThumbnailTags, ReadsAcrossTheSeamsOfItsBuffers) {
   const std::size_t length = sample_after(0).size();
-  for (const std::size_t seam : {4096U, 8192U}) {
-    for (std::size_t skipped = seam - length - 1; skipped <= seam; ++skipped) {
-      const std::string whole = sample_after(skipped);
-      for (const std::size_t size : {whole.size(), seam - 1, seam, seam + 1}) {
-        SCOPED_TRACE(testing::Message() << size << " bytes, a chunk of " << skipped);
-        const PlainTags plain = plain_tags(whole.substr(0, size));
-        expect_tags(whole.substr(0, size), {plain.uri, plain.mimetype});
-      }
+  for (std::size_t skipped = 4096 - length - 1; skipped <= 4096; ++skipped) {
+    const std::string whole = sample_after(skipped);
+    for (const std::size_t size : {whole.size(), std::size_t{4095}, std::size_t{4096}, std::size_t{4097}}) {
+      SCOPED_TRACE(testing::Message() << size << " bytes, a chunk of " << skipped);
+      const PlainTags plain = plain_tags(whole.substr(0, size));
+      expect_tags(whole.substr(0, size), {plain.uri, plain.mimetype});
     }
   }
 }
@@ -128,6 +127,9 @@ TEST(ReadThumbnailTags, StopsAtAChunkOfMoreThanOneMegabyte) {
     const std::string before = uri_chunk("before");
     expect_tags(png({before, chunk(type, std::string(longest, 'd')), uri_chunk("after")}), {"after", ""});
     expect_tags(png({before, chunk(type, std::string(longest + 1, 'd')), uri_chunk("after")}), {"before", ""});
+    // 4 and -4 to a reader that loses the sign, or takes it for one
+    expect_tags(png({before, "\x80\0\0\x04"sv, type, "dataCRC!", uri_chunk("after")}), {"before", ""});
+    expect_tags(png({before, "\xFF\xFF\xFF\xFC"sv, type, uri_chunk("after")}), {"before", ""});
   }
 }
 
