@@ -52,7 +52,7 @@ class Tree:
         return (self.place / "build" / program).read_bytes()
 
     def test(self, *options: str, seconds: float = 0) -> tuple[bool, str]:
-        """Runs tests. Returns whether they passed within so many seconds (0: without a limit), and what they printed."""
+        """Runs tests. Returns whether they passed within so many seconds (0: no limit), and what they printed."""
         command = [*BOXED, "timeout", "--signal=KILL", str(seconds), "ctest", "--test-dir", "build"]
         command += ["--no-tests=error", *options]
         done = subprocess.run(command, cwd=self.place, env=ENVIRONMENT, capture_output=True, input="", errors="replace")
