@@ -33,7 +33,7 @@ if(NEBULARK_HARDENING)
   elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
     list(APPEND defences -mbranch-protection=standard)
   endif()
-  foreach(flag IN LISTS defences) # not every compiler has every one for every processor
+  foreach(flag IN LISTS defences) # a compiler may lack one for some processors
     string(MAKE_C_IDENTIFIER "knows${flag}" knows)
     check_cxx_compiler_flag(${flag} ${knows})
     if(${knows})

@@ -114,7 +114,7 @@ def test_only_files_of_the_cache_are_deleted_and_counted(cache, change, words, r
             assert removed == gone + len(deleted), call
             # A file that moves while its directory is read may be left and counted under both names.
             assert removed + sum(left) <= len({cache.at(name) for name in NAMES} | there.keys()), call
-            # A file that replaces a judged file may be deleted instead, but no photo replaces one here.
+            # A file that replaces a judged one in its directory may be deleted instead. Here that is never a photo.
             assert words or PHOTO not in deleted, call
             assert entries(outside) == untouched, call
 
